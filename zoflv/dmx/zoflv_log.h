@@ -1,0 +1,15 @@
+// SPDX-License-Identifier: Apache-2.0
+/// @file
+/// The one helper behind every "assert!" line of the demuxer.
+#pragma once
+
+#include <android/log.h>
+
+/// Logs a failed check at error priority.
+/// @param tag    log tag of the module
+/// @param source the module's source path without its ending, such as "zoflv/dmx/zoflvd"
+/// @param check  the check's name: a fixed number where integrators rely on it, else __LINE__
+inline void zoflv_log_assert(const char* tag, const char* source, int check)
+{
+    __android_log_print(ANDROID_LOG_ERROR, tag, "assert!, [%s: %d]", source, check);
+}
