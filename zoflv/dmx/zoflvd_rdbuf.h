@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+/// @file
+/// A bounded big-endian read cursor over a block read from the file.
+///
+/// Every read is tested against the end of the block. Results are 0, or -1 for a failed bound or
+/// argument check, which leaves the cursor where it was. A null out-pointer passes the value over.
+#pragma once
+
+#include "zoflv/dmx/zocmn_mfal.h"
+
+#include <cstdint>
+
+struct ZOFLVD_RDBUF {
+    uint32_t bit_pos;    ///< bits of the byte at `cur` already read, 0 to 7; only bits() uses it
+    const uint8_t* base; ///< first byte of the block, which belongs to the caller
+    const uint8_t* cur;  ///< next byte to read
+    const uint8_t* end;  ///< one past the last byte
+    uint32_t size;       ///< bytes in the block
+};
+
+/// Fills `block` with exactly `size` bytes from the file's position and sets the cursor up over it.
+/// @param block  the caller's memory, at least `size` bytes, kept alive while `rb` is used
+/// @param clear  non-zero: clear all fields first
+/// @return 0, or 1 when the file yields another count than `size` (all fields are then zero and the
+///         file's position has moved by what was read)
+int zoflvd_rdbuf_init(ZOFLVD_RDBUF* rb, void* block, int size, const _ZOCMN_MFAL* mfal, void* fh,
+                      int clear);
+
+/// Does nothing: the block is the caller's.
+void zoflvd_rdbuf_deinit(ZOFLVD_RDBUF* rb);
+
+/// 1 at the end of the block, else 0.
+int zoflvd_rdbuf_eob(const ZOFLVD_RDBUF* rb);
+
+/// Copies `count` >= 0 bytes to `dst` (null: passes them over).
+int zoflvd_rdbuf_read(ZOFLVD_RDBUF* rb, void* dst, int count);
+
+/// Moves back by `count` bytes, at most to the start of the block; a count below 1 goes to the
+/// start. Always 0.
+int zoflvd_rdbuf_rewind(ZOFLVD_RDBUF* rb, int count);
+
+int zoflvd_rdbuf_byte(ZOFLVD_RDBUF* rb, uint8_t* out);
+
+/// The next `n` bits, 1 to 32, most significant first, right-aligned in `out`.
+int zoflvd_rdbuf_bits(ZOFLVD_RDBUF* rb, int n, uint32_t* out);
+
+int zoflvd_rdbuf_int16(ZOFLVD_RDBUF* rb, uint16_t* out);
+
+/// `out` is required: a null one gives -1.
+int zoflvd_rdbuf_int24(ZOFLVD_RDBUF* rb, uint32_t* out);
+
+int zoflvd_rdbuf_int32(ZOFLVD_RDBUF* rb, uint32_t* out);
+
+/// An AMF0 string: a 16-bit length and that many bytes, no terminator.
+/// @param dst       receives the bytes, none added; null: they are passed over
+/// @param len_out   receives the length; required: a null one gives -1
+/// @param capacity  bytes at `dst`; a longer string fails
+/// @return 0 or -1; after a failure behind the length field the cursor stays behind that field
+int zoflvd_rdbuf_ecma_str(ZOFLVD_RDBUF* rb, char* dst, uint16_t* len_out, int capacity);
+
+/// The next byte, or null at the end.
+const uint8_t* zoflvd_rdbuf_cur(const ZOFLVD_RDBUF* rb);
+
+/// Bytes left, 0 at the end.
+uint32_t zoflvd_rdbuf_remained(const ZOFLVD_RDBUF* rb);
