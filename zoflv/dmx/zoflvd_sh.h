@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: Apache-2.0
+/// @file
+/// The codec header record of a stream and the readers that fill it from the stream's first tags.
+#pragma once
+
+#include "zoflv/dmx/zocmn_mfal.h"
+#include "zoflv/dmx/zoflvd_rdbuf.h"
+
+#include <cstdint>
+
+struct ZOFLVD;
+
+/// A codec code: four characters whose bytes stand in memory order on every host.
+constexpr uint32_t zoflv_fourcc(const char (&code)[5])
+{
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    constexpr int at[] = {24, 16, 8, 0};
+#else
+    constexpr int at[] = {0, 8, 16, 24};
+#endif
+    uint32_t value = 0;
+    for (int i = 0; i < 4; ++i)
+        value |= uint32_t{static_cast<unsigned char>(code[i])} << at[i];
+    return value;
+}
+
+constexpr uint32_t ZOFLV_FOURCC_H264 = zoflv_fourcc("h264");
+constexpr uint32_t ZOFLV_FOURCC_MPEG_AUDIO = 0x55; ///< WAVE format tag of MPEG layer 3 audio
+constexpr uint32_t ZOFLV_FOURCC_AAC = 0xFF;        ///< WAVE format tag of AAC
+
+/// One stream's header record, all zero but `strm_type` before zoflvd_sh_init(). The first nine
+/// fields are laid out as ZOFLVD_INFO_VID and ZOFLVD_INFO_AUD; slots with two names serve video
+/// under the first and audio under the second.
+struct ZOFLVD_SH {
+    int32_t strm_indx;    ///< index in the demuxer's stream table
+    uint32_t fourcc;      ///< codec code, 0 when unknown
+    int32_t max_frm_size; ///< bytes: video one 4:2:0 picture, audio one second
+    union {
+        int32_t width;       ///< pixels
+        int32_t sample_rate; ///< Hz
+    };
+    union {
+        int32_t height;          ///< pixels
+        int32_t bits_per_sample; ///< 8 or 16
+    };
+    union {
+        int32_t frm_cnt;  ///< frames, computed from the metadata
+        int32_t channels; ///< channel count
+    };
+    int32_t valid;     ///< 1 once the codec was recognised
+    int32_t byte_rate; ///< average bytes per second
+    union {
+        int32_t frame_rate; ///< frames per second, truncated
+        int32_t bit_rate;   ///< bits per second; MPEG audio only, else 0
+    };
+    uint32_t fourcc_out;       ///< copy of `fourcc`, written on success
+    uint8_t strm_type;         ///< FLV tag type of the stream: 9 video, 8 audio
+    int64_t duration;          ///< 100-ns units
+    uint8_t* csd;              ///< codec-specific data, a heap block owned by the record, or null
+    int32_t csd_size;          ///< bytes at `csd`
+    int64_t first_tag_pos;     ///< file offset of the first tag from which frames are read
+    int64_t data_start;        ///< file offset where the stream's tag data starts
+    int64_t data_len;          ///< bytes from `data_start` to the end of the file; may be negative
+    int64_t file_size;         ///< bytes
+    int32_t h264_frm_len_size; ///< AVC: bytes of the length field before each NAL unit, 1 to 4
+};
+
+/// Finds the stream's first tag(s) and fills `sh` from them and from the metadata of `dmx`.
+/// @param file        an open file of `mfal`; its position is left wherever the reading ended
+/// @param fourcc_out  receives the codec code on success; may be null
+/// @return 0 or -1; a failure leaves no `csd`
+int zoflvd_sh_init(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOFLVD* dmx,
+                   int strm_indx, uint32_t* fourcc_out);
+
+/// Raises `max_frm_size` of an audio or video stream to `frm_size` bytes.
+void zoflvd_sh_upd(ZOFLVD_SH* sh, int32_t frm_size);
+
+/// Parses an AVCDecoderConfigurationRecord (ISO/IEC 14496-15, 5.2.4.1) at the cursor of `rb`.
+///
+/// Sets `h264_frm_len_size`; with an output also `width` and `height`, from the first sequence
+/// parameter set (ISO/IEC 14496-10, 7.3.2.1.1).
+/// @param out       receives every parameter set behind a start code 00 00 00 01, `*csd_size` bytes
+///                  as a call with a null `out` reports them; null: measure only
+/// @param csd_size  receives the bytes of that output; may be null, as the two below
+/// @param body_len  receives the bytes of the record read behind its first five
+/// @param rec_len   receives the bytes of the record read
+/// @return 0 or -1; the sizes are written on success only
+int sh_video_avc_dec_cfg(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, uint8_t* out, int32_t* csd_size,
+                         int32_t* body_len, int32_t* rec_len);
