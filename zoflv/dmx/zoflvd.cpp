@@ -1,0 +1,1009 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "zoflv/dmx/zoflvd.h"
+
+#include "zoflv/dmx/zoflv_conv.h"
+#include "zoflv/dmx/zoflv_log.h"
+#include "zoflv/dmx/zoflv_num.h"
+#include "zoflv/dmx/zoflvd_priv.h"
+#include "zoflv/dmx/zoflvd_rdbuf.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <memory>
+
+namespace {
+
+constexpr char log_tag[] = "zoflvd";
+
+int fail(int check, int code = ZOFLV_ERR_FAIL)
+{
+    zoflv_log_assert(log_tag, "zoflv/dmx/zoflvd", check);
+    return code;
+}
+
+int log_error(const char* text, int code = ZOFLV_ERR_FAIL)
+{
+    __android_log_print(ANDROID_LOG_ERROR, log_tag, "%s", text);
+    return code;
+}
+
+void log_warning(const char* text)
+{
+    __android_log_print(ANDROID_LOG_WARN, log_tag, "%s", text);
+}
+
+struct Free {
+    void operator()(void* p) const { std::free(p); }
+};
+
+bool is_valid(const ZOFLVD* h)
+{
+    return h && h->magic == ZOFLVD_MAGIC;
+}
+
+bool is_valid(const ZOFLVDS* s)
+{
+    return s && s->magic == ZOFLVDS_MAGIC;
+}
+
+bool has_stream(const ZOFLVD* h, int strm_indx)
+{
+    return strm_indx >= 0 && strm_indx < h->strm_cnt;
+}
+
+bool read_exactly(const _ZOCMN_MFAL& mfal, void* fh, void* buf, int size)
+{
+    return mfal.read(fh, buf, size) == size;
+}
+
+} // namespace
+
+// ================================================================== Handle
+
+namespace {
+
+void handle_release(ZOFLVD* h)
+{
+    for (ZOFLVD_SH& sh : h->sh)
+        std::free(sh.csd);
+    zoflvd_metadata_deinit(&h->metadata);
+    h->magic = 0; // a stale pointer is refused as long as its memory is not used again
+    std::free(h);
+}
+
+struct HandleRelease {
+    void operator()(ZOFLVD* h) const { handle_release(h); }
+};
+
+// The file handle used while a file is probed.
+struct ProbeFile {
+    _ZOCMN_MFAL* mfal;
+    void* fh;
+    ~ProbeFile()
+    {
+        if (fh)
+            mfal->close(fh);
+    }
+};
+
+void add_stream(ZOFLVD* h, int type)
+{
+    h->sh[h->strm_cnt++].strm_type = static_cast<uint8_t>(type);
+    ++(type == ZOFLV_TAG_AUDIO ? h->aud_cnt : h->vid_cnt);
+}
+
+// Signature, version, flags and DataOffset; names the streams that the flags announce.
+int read_file_header(ZOFLVD* h, const ProbeFile& file)
+{
+    constexpr uint8_t flag_video = 0x01;
+    constexpr uint8_t flag_audio = 0x04;
+
+    uint8_t signature[3];
+    if (!read_exactly(*file.mfal, file.fh, signature, sizeof signature))
+        return log_error("read size error.");
+    if (std::memcmp(signature, "FLV", sizeof signature) != 0)
+        return log_error("ERR: wrong flv signature, exit.", ZOFLV_ERR_FORMAT);
+    uint8_t version = 0;
+    if (!read_exactly(*file.mfal, file.fh, &version, 1))
+        return fail(127);
+    if (version != 1) {
+        __android_log_print(ANDROID_LOG_ERROR, log_tag,
+                            "ERR: wrong file format version (%u), exit.", unsigned{version});
+        return ZOFLV_ERR_FORMAT;
+    }
+    uint8_t flags = 0;
+    if (!read_exactly(*file.mfal, file.fh, &flags, 1))
+        return fail(140, ZOFLV_ERR_FILEIO);
+    uint8_t data_offset[4];
+    if (!read_exactly(*file.mfal, file.fh, data_offset, sizeof data_offset))
+        return fail(146, ZOFLV_ERR_FILEIO);
+    zoflv_conv_u32(data_offset);
+    h->first_tag_pos = uint32_t{zoflv_le32(data_offset) + ZOFLV_PREV_TAG_SIZE}; // wraps at 2^32
+    if (flags & flag_audio)
+        add_stream(h, ZOFLV_TAG_AUDIO);
+    if (flags & flag_video)
+        add_stream(h, ZOFLV_TAG_VIDEO);
+    return ZOFLV_OK;
+}
+
+// Looks at one byte as a TagType; steps to the next tag when it is one. False ends the scan.
+bool scan_tag(ZOFLVD* h, const ProbeFile& file, uint8_t* scratch)
+{
+    if (!read_exactly(*file.mfal, file.fh, scratch, 1))
+        return false;
+    const int type = scratch[0];
+    if ((type == ZOFLV_TAG_VIDEO && h->vid_cnt == 0) ||
+        (type == ZOFLV_TAG_AUDIO && h->aud_cnt == 0))
+        add_stream(h, type);
+    if (h->strm_cnt == ZOFLV_MAX_STREAMS)
+        return true;
+    if (type != ZOFLV_TAG_AUDIO && type != ZOFLV_TAG_VIDEO && type != ZOFLV_TAG_SCRIPT)
+        return true; // no skip: the next byte is tried
+    std::memset(scratch, 0, 4);
+    if (!read_exactly(*file.mfal, file.fh, scratch, 3)) // DataSize
+        return false;
+    zoflv_conv_u24(scratch);
+    // The rest of the header, the data and PreviousTagSize: onto the next TagType.
+    const int64_t rest = int64_t{zoflv_le32(scratch)} + ZOFLV_TAG_OVERHEAD - 4;
+    return zoflv_file_skip(file.mfal, file.fh, rest) == 0;
+}
+
+// Finds the streams of a file whose flags name none by the types of its first tags.
+void scan_streams(ZOFLVD* h, const ProbeFile& file)
+{
+    constexpr int max_types = 10;
+
+    int64_t start = 0;
+    if (zoflv_file_getpos(file.mfal, file.fh, &start) != 0)
+        return;
+    std::unique_ptr<uint8_t, Free> scratch(static_cast<uint8_t*>(std::malloc(4)));
+    if (!scratch) {
+        log_error("malloc err.");
+        return;
+    }
+    bool more = read_exactly(*file.mfal, file.fh, scratch.get(), 4); // PreviousTagSize0
+    for (int i = 0; more && i < max_types && h->strm_cnt < ZOFLV_MAX_STREAMS; ++i)
+        more = scan_tag(h, file, scratch.get());
+    if (!more)
+        log_error("read err.");
+    zoflv_file_setpos(file.mfal, file.fh, start);
+}
+
+int settle_streams(ZOFLVD* h, const ProbeFile& file, ZOFLVD_INFO* info)
+{
+    for (int i = 0; i < h->strm_cnt; ++i) {
+        uint32_t code = 0;
+        if (zoflvd_sh_init(&h->sh[i], file.mfal, file.fh, h, i, &code) != 0)
+            return ZOFLV_ERR_FORMAT;
+        info->strm_type[i] = h->sh[i].strm_type;
+        info->codec[i] = code;
+    }
+    return ZOFLV_OK;
+}
+
+// The caller's duration wins over the metadata's; no stream is shorter than the file.
+void settle_duration(ZOFLVD* h)
+{
+    if (h->ext_duration != 0)
+        h->duration = h->ext_duration;
+    else if (h->metadata.duration > 0.0)
+        h->duration = zoflv_from_double<int64_t>(h->metadata.duration * ZOFLV_TICKS_PER_SECOND);
+    for (int i = 0; i < h->strm_cnt; ++i) {
+        if (h->sh[i].duration < h->duration)
+            h->sh[i].duration = h->duration;
+    }
+}
+
+int handle_fill(ZOFLVD* h, const ProbeFile& file, ZOFLVD_INFO* info)
+{
+    const int rc = read_file_header(h, file);
+    if (rc != ZOFLV_OK)
+        return fail(385, rc);
+    if (h->strm_cnt == 0)
+        scan_streams(h, file);
+    if (h->strm_cnt == 0)
+        return fail(397, ZOFLV_OK); // no stream: a failure whose code is 0
+
+    h->data_start = h->first_tag_pos;
+    // A file without usable metadata is played all the same.
+    zoflvd_metadata_init(file.mfal, file.fh, &h->first_tag_pos, &h->metadata, &h->data_start);
+    if (zoflv_file_getsize(file.mfal, file.fh, &h->file_size) != 0)
+        return ZOFLV_ERR_FILEIO;
+    h->data_len = zoflv_sub_sat(h->file_size, h->data_start);
+    if (info->region_cnt < static_cast<int32_t>(std::size(info->region)))
+        info->region[info->region_cnt++] = {0, h->data_start, h->data_len};
+
+    const int streams = settle_streams(h, file, info);
+    if (streams != ZOFLV_OK)
+        return streams;
+    settle_duration(h);
+    info->duration = h->duration;
+    info->strm_cnt = h->strm_cnt;
+    info->aud_cnt = h->aud_cnt;
+    info->vid_cnt = h->vid_cnt;
+    info->seekable = 1;
+    h->info = *info;
+    h->mfal = *file.mfal;
+    h->magic = ZOFLVD_MAGIC; // valid only from now on
+    h->self = h;
+    return ZOFLV_OK;
+}
+
+// Opens and fills a handle; null with `*rc` told.
+ZOFLVD* handle_open(_ZOCMN_MFAL* mfal, const int64_t* duration, ZOFLVD_INFO* info, int* rc)
+{
+    *rc = ZOFLV_OK;
+    if (!duration || !mfal || !info) {
+        log_error("ERR: invalid argument, exit.");
+        return nullptr;
+    }
+    *info = ZOFLVD_INFO{};
+    const ProbeFile file = {mfal, mfal->open(mfal, 0)};
+    if (!file.fh) {
+        *rc = log_error("fopen() failed", ZOFLV_ERR_FILEIO);
+        return nullptr;
+    }
+    std::unique_ptr<ZOFLVD, HandleRelease> h(static_cast<ZOFLVD*>(std::calloc(1, sizeof(ZOFLVD))));
+    if (!h) {
+        *rc = ZOFLV_ERR_MALLOC;
+        return nullptr;
+    }
+    h->ext_duration = *duration;
+    *rc = handle_fill(h.get(), file, info);
+    return is_valid(h.get()) ? h.release() : nullptr;
+}
+
+// Both information records are the first nine fields of the stream's record.
+void copy_info(const ZOFLVD_SH& sh, void* out)
+{
+    std::memcpy(out, &sh, sizeof(ZOFLVD_INFO_VID));
+}
+
+int copy_format(const ZOFLVD_SH& sh, void* buf, int* size)
+{
+    if (sh.csd ? sh.csd_size < 1 : sh.csd_size != 0)
+        return ZOFLV_ERR_FORMAT;
+    if (size)
+        *size = sh.csd_size;
+    if (buf && sh.csd)
+        std::memcpy(buf, sh.csd, static_cast<size_t>(sh.csd_size));
+    return ZOFLV_OK;
+}
+
+} // namespace
+
+ZOFLVD* zoflvd_create(_ZOCMN_MFAL* mfal, const int64_t* duration, ZOFLVD_INFO* info, int* err)
+{
+    int rc = ZOFLV_OK;
+    ZOFLVD* h = handle_open(mfal, duration, info, &rc);
+    if (!h)
+        log_error("zoflvd_create() failed");
+    if (err)
+        *err = rc;
+    return h;
+}
+
+void zoflvd_delete(ZOFLVD* h)
+{
+    if (is_valid(h))
+        handle_release(h);
+}
+
+int zoflvd_get_info(ZOFLVD* h, ZOFLVD_INFO* out)
+{
+    if (!is_valid(h))
+        return ZOFLV_ERR_FAIL;
+    if (!out)
+        return log_error("info is null");
+    *out = h->info;
+    return ZOFLV_OK;
+}
+
+int zoflvd_get_info_vid(ZOFLVD* h, int strm_indx, ZOFLVD_INFO_VID* out)
+{
+    if (!is_valid(h))
+        return ZOFLV_ERR_FAIL;
+    if (!has_stream(h, strm_indx))
+        return log_error("invalid strm_indx.");
+    if (!out)
+        return ZOFLV_ERR_FAIL;
+    copy_info(h->sh[strm_indx], out);
+    return ZOFLV_OK;
+}
+
+int zoflvd_get_info_aud(ZOFLVD* h, int strm_indx, ZOFLVD_INFO_AUD* out)
+{
+    if (!is_valid(h))
+        return ZOFLV_ERR_FAIL;
+    if (!out)
+        return fail(615);
+    if (!has_stream(h, strm_indx))
+        return fail(620);
+    copy_info(h->sh[strm_indx], out);
+    return ZOFLV_OK;
+}
+
+int zoflvd_get_format(ZOFLVD* h, int strm_indx, void* buf, int* size)
+{
+    if (!is_valid(h))
+        return ZOFLV_ERR_FAIL;
+    if (!has_stream(h, strm_indx))
+        return fail(2161);
+    return copy_format(h->sh[strm_indx], buf, size);
+}
+
+// ==================================================================== Tags
+
+int zoflvd_tag_read(const _ZOCMN_MFAL* mfal, void* fh, ZOFLVD_TAG* tag)
+{
+    if (!mfal || !fh || !tag)
+        return log_error("ERR: invalid argument, exit.");
+    *tag = ZOFLVD_TAG{};
+    int64_t pos = 0;
+    if (zoflv_file_getpos(mfal, fh, &pos) != 0)
+        return log_error("ZOFLV_ERR_FILEIO.", ZOFLV_ERR_FILEIO);
+    uint8_t header[ZOFLV_TAG_HEADER];
+    ZOFLVD_RDBUF rb;
+    const int rc = zoflvd_rdbuf_init(&rb, header, sizeof header, mfal, fh, 1);
+    if (rc != ZOFLV_OK)
+        return rc;
+    uint32_t time_low = 0;
+    uint8_t time_high = 0;
+    if (zoflvd_rdbuf_byte(&rb, &tag->type) != ZOFLV_OK) // TagType
+        return fail(291, ZOFLV_ERR_FORMAT);
+    if (zoflvd_rdbuf_int24(&rb, &tag->data_size) != ZOFLV_OK) // DataSize
+        return fail(297, ZOFLV_ERR_FORMAT);
+    if (zoflvd_rdbuf_int24(&rb, &time_low) != ZOFLV_OK) // Timestamp
+        return fail(303, ZOFLV_ERR_FORMAT);
+    if (zoflvd_rdbuf_byte(&rb, &time_high) != ZOFLV_OK) // TimestampExtended
+        return fail(309, ZOFLV_ERR_FORMAT);
+    if (zoflvd_rdbuf_int24(&rb, &tag->strm_id) != ZOFLV_OK) // StreamID
+        return fail(320, ZOFLV_ERR_FORMAT);
+    const uint32_t time_ms = uint32_t{time_high} << 24 | time_low; // unsigned: up to 49 days
+    tag->timestamp = int64_t{time_ms} * ZOFLV_TICKS_PER_MS;
+    tag->pos = pos;
+    return ZOFLV_OK;
+}
+
+int zoflvd_tag_next(const _ZOCMN_MFAL* mfal, void* fh, const int64_t* start, int type, int max_tags,
+                    const int64_t* end, ZOFLVD_TAG* tag)
+{
+    if (!mfal || !fh || !start || !end || !tag)
+        return log_error("ERR: invalid argument, exit.");
+    if (*end <= 0)
+        return fail(2578);
+    tag->found = 0;
+    tag->type = 0;
+    int64_t pos = *start;
+    bool examined = false;
+    for (int count = 0; pos < *end;) {
+        if (zoflv_file_setpos(mfal, fh, pos) != 0)
+            return fail(2595);
+        const int rc = zoflvd_tag_read(mfal, fh, tag);
+        if (rc != ZOFLV_OK) {
+            // No later read from this file is to find data.
+            return zoflv_file_setpos(mfal, fh, *end) == 0 ? rc : fail(2602);
+        }
+        if (tag->type == type) {
+            tag->found = 1;
+            tag->pos = pos;
+            return ZOFLV_OK;
+        }
+        examined = true;
+        if (max_tags >= 1 && ++count >= max_tags) {
+            __android_log_print(ANDROID_LOG_ERROR, log_tag, "tag of stream type %d not found",
+                                type);
+            return ZOFLV_ERR_FAIL;
+        }
+        if (!zoflv_pos_add(pos, int64_t{tag->data_size} + ZOFLV_TAG_OVERHEAD, &pos))
+            break;
+    }
+    if (examined)
+        zoflv_file_setpos(mfal, fh, *end); // not on the data of a tag that was passed over
+    return ZOFLV_ERR_FAIL;
+}
+
+// ================================================================= Streams
+
+namespace {
+
+int build_index(const ZOFLVD* h, ZOFLVDS* s);
+
+void stream_release(ZOFLVDS* s)
+{
+    zoflvd_mblk_dtor(&s->idx);
+    std::free(s->sh.csd);
+    if (s->fh)
+        s->mfal.close(s->fh);
+    *s = ZOFLVDS{}; // the magic too: a stale pointer is refused as long as its memory is free
+    std::free(s);
+}
+
+struct StreamRelease {
+    void operator()(ZOFLVDS* s) const { stream_release(s); }
+};
+
+// Copies the demuxer's record of the stream, with codec data of its own.
+int copy_record(ZOFLVDS* s, const ZOFLVD_SH& from)
+{
+    s->sh = from;
+    s->sh.csd = nullptr; // still the demuxer's block
+    if (!from.csd || from.csd_size < 1)
+        return ZOFLV_OK;
+    const size_t size = static_cast<size_t>(from.csd_size);
+    s->sh.csd = static_cast<uint8_t*>(std::malloc(size));
+    if (!s->sh.csd)
+        return ZOFLV_ERR_MALLOC;
+    std::memcpy(s->sh.csd, from.csd, size);
+    return ZOFLV_OK;
+}
+
+int stream_fill(ZOFLVDS* s, ZOFLVD* h, int strm_indx)
+{
+    constexpr unsigned long mode_audio = 2;
+    constexpr unsigned long mode_video = 6;
+
+    const ZOFLVD_SH& sh = h->sh[strm_indx];
+    s->mfal = h->mfal;
+    s->fh = s->mfal.open(&s->mfal, sh.strm_type == ZOFLV_TAG_VIDEO ? mode_video : mode_audio);
+    if (!s->fh)
+        return ZOFLV_ERR_FILEIO;
+    int rc = build_index(h, s);
+    if (rc != ZOFLV_OK) {
+        log_warning("keyframe cache from metadata: failed");
+        return rc;
+    }
+    rc = copy_record(s, sh);
+    if (rc != ZOFLV_OK)
+        return rc;
+    if (h->info.duration < s->sh.duration)
+        h->info.duration = s->sh.duration;
+    if (zoflv_file_setpos(&s->mfal, s->fh, s->sh.first_tag_pos) != 0)
+        return ZOFLV_ERR_FILEIO;
+    s->fetch_tag = 1;
+    s->magic = ZOFLVDS_MAGIC; // valid only from now on
+    s->self = s;
+    return ZOFLV_OK;
+}
+
+} // namespace
+
+ZOFLVDS* zoflvds_open(ZOFLVD* h, int strm_indx, int* err)
+{
+    if (!is_valid(h))
+        return nullptr;
+    if (!has_stream(h, strm_indx)) {
+        fail(2413);
+        return nullptr;
+    }
+    std::unique_ptr<ZOFLVDS, StreamRelease> s(
+        static_cast<ZOFLVDS*>(std::calloc(1, sizeof(ZOFLVDS))));
+    const int rc = s ? stream_fill(s.get(), h, strm_indx) : ZOFLV_ERR_MALLOC;
+    if (err)
+        *err = rc;
+    if (rc != ZOFLV_OK) {
+        log_error("zoflvds_open() failed");
+        return nullptr;
+    }
+    return s.release();
+}
+
+void zoflvds_close(ZOFLVDS* s)
+{
+    if (is_valid(s))
+        stream_release(s);
+}
+
+int zoflvds_get_info_vid(ZOFLVDS* s, ZOFLVD_INFO_VID* out)
+{
+    if (!is_valid(s) || !out)
+        return ZOFLV_ERR_FAIL;
+    copy_info(s->sh, out);
+    return ZOFLV_OK;
+}
+
+int zoflvds_get_info_aud(ZOFLVDS* s, ZOFLVD_INFO_AUD* out)
+{
+    if (!is_valid(s) || !out)
+        return ZOFLV_ERR_FAIL;
+    copy_info(s->sh, out);
+    return ZOFLV_OK;
+}
+
+int zoflvds_get_format(ZOFLVDS* s, void* buf, int* size)
+{
+    if (!is_valid(s))
+        return ZOFLV_ERR_FAIL;
+    return copy_format(s->sh, buf, size);
+}
+
+// ================================================================== Frames
+
+namespace {
+
+// Where a frame goes and what is told of it. `buf` null: only its length is asked for.
+struct FrameOut {
+    uint8_t* buf;
+    int buf_size;
+    int* frm_len;
+    int64_t* next_time;
+};
+
+// Takes the tag read ahead, or searches the next one from the file's position.
+int fetch_tag(ZOFLVDS* s)
+{
+    s->cur_tag.type = 0;
+    s->cur_tag.data_size = 0;
+    int64_t pos = 0;
+    const bool ahead = s->next_tag.found == 1;
+    if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
+        return fail(ahead ? 789 : 804, ZOFLV_EOF);
+    if (!ahead) {
+        const int rc = zoflvd_tag_next(&s->mfal, s->fh, &pos, s->sh.strm_type, 0, &s->sh.file_size,
+                                       &s->cur_tag);
+        return rc == ZOFLV_OK ? ZOFLV_OK : ZOFLV_EOF;
+    }
+    if (pos != zoflv_add_sat(s->next_tag.pos, ZOFLV_TAG_HEADER))
+        return fail(793, ZOFLV_EOF);
+    s->cur_tag = s->next_tag;
+    s->next_tag.found = 0;
+    return ZOFLV_OK;
+}
+
+// The tag of an earlier length query still has to be read: the file must stand on its data.
+int check_pending_tag(ZOFLVDS* s)
+{
+    if (s->cur_tag.found != 1)
+        return fail(1108);
+    int64_t pos = 0;
+    if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
+        return fail(1112);
+    if (pos != zoflv_add_sat(s->cur_tag.pos, ZOFLV_TAG_HEADER))
+        return log_error("err: frame data fp is wrong!");
+    return ZOFLV_OK;
+}
+
+// Ends the stream: every later read finds no tag.
+void move_to_end(ZOFLVDS* s)
+{
+    zoflv_file_setpos(&s->mfal, s->fh, s->sh.file_size);
+    s->fetch_tag = 1;
+}
+
+// Drops the frame: the next read goes on with the tag behind it.
+void move_behind_tag(ZOFLVDS* s)
+{
+    int64_t behind = 0;
+    if (zoflv_pos_add(s->cur_tag.pos, int64_t{s->cur_tag.data_size} + ZOFLV_TAG_OVERHEAD, &behind))
+        zoflv_file_setpos(&s->mfal, s->fh, behind);
+    s->fetch_tag = 1;
+}
+
+int drop_frame(ZOFLVDS* s, int check)
+{
+    fail(check);
+    move_behind_tag(s);
+    return ZOFLV_EOF;
+}
+
+int get_plain_frame(ZOFLVDS* s, const FrameOut& out)
+{
+    // The SoundFormat or FrameType/CodecID byte, and AACPacketType.
+    const int header = s->sh.fourcc_out == ZOFLV_FOURCC_AAC ? 2 : 1;
+    const int data_size = static_cast<int>(s->cur_tag.data_size);
+    const int length = data_size - header;
+    *out.frm_len = length;
+    if (!out.buf)
+        return ZOFLV_OK;
+    if (length > out.buf_size) {
+        *out.frm_len = data_size - 1;
+        if (zoflv_file_skip(&s->mfal, s->fh, data_size) != 0)
+            return drop_frame(s, 912);
+        if (zoflvds_get_frm_finalyze(s, *out.frm_len, out.next_time) != ZOFLV_OK)
+            return fail(916, ZOFLV_EOF);
+        return ZOFLV_ERR_BUFSIZE;
+    }
+    if (zoflv_file_skip(&s->mfal, s->fh, header) != 0)
+        return drop_frame(s, 1190);
+    if (!read_exactly(s->mfal, s->fh, out.buf, length))
+        return drop_frame(s, 1196);
+    return zoflvds_get_frm_finalyze(s, length, out.next_time);
+}
+
+int avc_give_up(ZOFLVDS* s, int check)
+{
+    fail(check);
+    move_to_end(s);
+    return fail(1146, ZOFLV_EOF);
+}
+
+int avc_drop(ZOFLVDS* s, int check)
+{
+    fail(check);
+    fail(1146);
+    move_behind_tag(s);
+    return ZOFLV_EOF;
+}
+
+// Reads the big-endian length field before a NAL unit. False with its line when it is not there.
+bool read_nal_length(ZOFLVDS* s, int field_size, uint32_t* length)
+{
+    uint8_t field[4] = {};
+    if (!read_exactly(s->mfal, s->fh, field, field_size)) {
+        fail(691);
+        return false;
+    }
+    zoflv_conv(field, field_size);
+    *length = zoflv_le32(field);
+    return true;
+}
+
+// Copies one NAL unit behind a start code, to `written` bytes into the buffer; without a buffer
+// passes it over. False with the line of the failure.
+bool copy_nal(ZOFLVDS* s, const FrameOut& out, int64_t written, int64_t length)
+{
+    static constexpr uint8_t start_code[4] = {0, 0, 0, 1};
+    constexpr int64_t code_size = sizeof start_code;
+
+    if (!out.buf) {
+        if (length < 1 || zoflv_file_skip(&s->mfal, s->fh, length) == 0)
+            return true;
+        fail(732);
+        return false;
+    }
+    if (written + code_size + length > out.buf_size) {
+        fail(711);
+        return false;
+    }
+    std::memcpy(out.buf + written, start_code, sizeof start_code);
+    if (!read_exactly(s->mfal, s->fh, out.buf + written + code_size, static_cast<int>(length))) {
+        fail(720);
+        return false;
+    }
+    return true;
+}
+
+// Turns `payload` bytes of length-prefixed NAL units into start-code form.
+bool copy_nals(ZOFLVDS* s, const FrameOut& out, int64_t payload)
+{
+    const int field_size = s->sh.h264_frm_len_size;
+    if (field_size < 1 || field_size > 4) {
+        log_error("h264_frm_len_size error.");
+        return false;
+    }
+    int64_t start = 0;
+    if (zoflv_file_getpos(&s->mfal, s->fh, &start) != 0) {
+        fail(662);
+        return false;
+    }
+    int64_t written = 0;
+    for (int64_t left = payload; left > 0;) {
+        if (out.buf && written >= out.buf_size) {
+            fail(671);
+            return false;
+        }
+        uint32_t length = 0;
+        left -= field_size;
+        if (!read_nal_length(s, field_size, &length))
+            return false;
+        if (left <= 0) {
+            fail(701);
+            return false;
+        }
+        const int64_t unit = length < left ? int64_t{length} : left;
+        if (!copy_nal(s, out, written, unit))
+            return false;
+        written += 4 + unit;
+        left -= unit;
+    }
+    *out.frm_len = static_cast<int>(written); // at most 4 x 2^24
+    int64_t end = 0;
+    const int64_t wanted = zoflv_add_sat(start, payload);
+    if (zoflv_file_getpos(&s->mfal, s->fh, &end) != 0) {
+        fail(743);
+        return false;
+    }
+    if (end != wanted && zoflv_file_setpos(&s->mfal, s->fh, wanted) != 0) {
+        fail(751);
+        return false;
+    }
+    return true;
+}
+
+// A new configuration inside the stream: the frame is its parameter sets. 0, or the check that
+// failed.
+int copy_configuration(ZOFLVDS* s, const FrameOut& out, int payload)
+{
+    const std::unique_ptr<uint8_t, Free> block(
+        static_cast<uint8_t*>(std::malloc(static_cast<size_t>(payload))));
+    if (!block)
+        return 992;
+    ZOFLVD_RDBUF rb;
+    if (zoflvd_rdbuf_init(&rb, block.get(), payload, &s->mfal, s->fh, 1) != ZOFLV_OK)
+        return 998;
+    int32_t size = 0;
+    if (sh_video_avc_dec_cfg(&s->sh, &rb, nullptr, &size, nullptr, nullptr) != 0)
+        return 1004;
+    if (!out.buf) {
+        *out.frm_len = size;
+        return 0;
+    }
+    // What is written can be longer than the record: start codes take the place of short lengths.
+    if (size > out.buf_size)
+        return 1004;
+    zoflvd_rdbuf_rewind(&rb, 0);
+    if (sh_video_avc_dec_cfg(&s->sh, &rb, out.buf, out.frm_len, nullptr, nullptr) != 0)
+        return 1004;
+    return 0;
+}
+
+int get_avc_frame(ZOFLVDS* s, const FrameOut& out)
+{
+    constexpr int header = 5; // FrameType/CodecID, AVCPacketType, CompositionTime
+    constexpr uint8_t packet_configuration = 0;
+    constexpr uint8_t packet_nal_units = 1;
+
+    int64_t data = 0;
+    if (zoflv_file_getpos(&s->mfal, s->fh, &data) != 0)
+        return avc_give_up(s, 952);
+    if (zoflv_file_skip(&s->mfal, s->fh, 1) != 0)
+        return avc_drop(s, 960);
+    uint8_t packet_type = 0;
+    if (!read_exactly(s->mfal, s->fh, &packet_type, 1))
+        return avc_give_up(s, 967);
+    uint8_t composition_time[3]; // not used
+    if (!read_exactly(s->mfal, s->fh, composition_time, sizeof composition_time))
+        return avc_give_up(s, 974);
+    const int payload = static_cast<int>(s->cur_tag.data_size) - header;
+    if (payload <= 0)
+        return avc_drop(s, 982);
+
+    if (packet_type == packet_nal_units) {
+        if (!copy_nals(s, out, payload)) {
+            *out.frm_len = 0;
+            return avc_give_up(s, 1018);
+        }
+    } else if (packet_type == packet_configuration) {
+        const int check = copy_configuration(s, out, payload);
+        if (check != 0)
+            return avc_give_up(s, check);
+    }
+
+    if (!out.buf) {
+        if (zoflv_file_setpos(&s->mfal, s->fh, data) != 0)
+            return avc_give_up(s, 1060);
+        if (out.next_time)
+            *out.next_time = s->cur_tag.timestamp;
+        return ZOFLV_OK;
+    }
+    int64_t behind = 0;
+    if (!zoflv_pos_add(data, s->cur_tag.data_size, &behind) ||
+        zoflv_file_setpos(&s->mfal, s->fh, behind) != 0)
+        return avc_give_up(s, 1040);
+    if (zoflvds_get_frm_finalyze(s, *out.frm_len, out.next_time) != ZOFLV_OK)
+        return avc_give_up(s, 1050);
+    return ZOFLV_OK;
+}
+
+} // namespace
+
+int zoflvds_get_frm(ZOFLVDS* s, uint8_t* buf, int buf_size, int* frm_len, int64_t* time,
+                    int64_t* next_time)
+{
+    if (!is_valid(s) || !frm_len)
+        return ZOFLV_ERR_FAIL;
+    const int rc = s->fetch_tag ? fetch_tag(s) : check_pending_tag(s);
+    if (rc != ZOFLV_OK)
+        return rc;
+    if (s->cur_tag.found != 1)
+        return fail(1123, ZOFLV_EOF);
+    s->fetch_tag = buf ? 1 : 0;
+    if (s->cur_tag.data_size <= 1) {
+        fail(1132);
+        move_to_end(s);
+        return ZOFLV_EOF;
+    }
+    *frm_len = 0;
+    if (time)
+        *time = s->cur_tag.timestamp;
+    if (next_time)
+        *next_time = s->cur_tag.timestamp;
+    const FrameOut out = {buf, buf_size, frm_len, next_time};
+    return s->sh.fourcc_out == ZOFLV_FOURCC_H264 ? get_avc_frame(s, out) : get_plain_frame(s, out);
+}
+
+int zoflvds_get_frm_finalyze(ZOFLVDS* s, int, int64_t* next_time)
+{
+    if (!is_valid(s))
+        return fail(859);
+    uint8_t prev_tag_size[ZOFLV_PREV_TAG_SIZE]; // not compared with anything
+    if (!read_exactly(s->mfal, s->fh, prev_tag_size, sizeof prev_tag_size)) {
+        fail(830);
+        return fail(865);
+    }
+    int64_t pos = 0;
+    if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
+        return fail(871);
+    const int rc =
+        zoflvd_tag_next(&s->mfal, s->fh, &pos, s->sh.strm_type, 0, &s->sh.file_size, &s->next_tag);
+    if (next_time)
+        *next_time = rc == ZOFLV_OK ? s->next_tag.timestamp : s->cur_tag.timestamp;
+    return ZOFLV_OK;
+}
+
+// ========================================================== Keyframe index
+
+namespace {
+
+// Bytes of an entry that the index tables hand out: 0, a gap, the time.
+constexpr int table_entry_size = 16;
+constexpr int table_time_at = 8;
+
+ZOFLVD_KF entry_of(const void* entry)
+{
+    ZOFLVD_KF kf;
+    std::memcpy(&kf, entry, sizeof kf); // blocks of a 32-bit host align elements to 4 bytes only
+    return kf;
+}
+
+// Tells whether a tag stands at the first keyframe's offset, or at least its type. 0, or a code to
+// end the open with; `*usable` 0: no index.
+int check_first_position(const ZOFLVDS* s, double first, bool* usable)
+{
+    *usable = false;
+    int64_t back = 0;
+    if (zoflv_file_getpos(&s->mfal, s->fh, &back) != 0) {
+        fail(__LINE__);
+        return ZOFLV_OK;
+    }
+    const int64_t pos = zoflv_from_double<int64_t>(first);
+    if (pos < 0) {
+        log_error("1st position of idx talbe is invalid");
+        return ZOFLV_OK;
+    }
+    if (zoflv_file_setpos(&s->mfal, s->fh, pos) != 0) {
+        fail(__LINE__);
+        return ZOFLV_OK;
+    }
+    uint8_t type = 0;
+    if (!read_exactly(s->mfal, s->fh, &type, 1))
+        return fail(__LINE__, ZOFLV_ERR_FILEIO);
+    zoflv_file_setpos(&s->mfal, s->fh, back); // the open positions the file once more
+    if (type != ZOFLV_TAG_AUDIO && type != ZOFLV_TAG_VIDEO && type != ZOFLV_TAG_SCRIPT) {
+        log_warning("zoflv first tag_header type is invalid");
+        return ZOFLV_OK;
+    }
+    *usable = true;
+    return ZOFLV_OK;
+}
+
+int fill_index(const ZOFLVD_METADATA& md, int32_t count, ZOFLVD_MBLK* idx)
+{
+    zoflvd_mblk_ctor(idx, sizeof(ZOFLVD_KF));
+    for (int32_t i = 0; i < count; ++i) {
+        const ZOFLVD_KF kf = {
+            zoflv_from_double<int64_t>(md.times[i] * ZOFLV_TICKS_PER_SECOND),
+            zoflv_from_double<int64_t>(md.filepositions[i]),
+        };
+        const int rc = zoflvd_mblk_elem_add(idx, &kf);
+        if (rc != ZOFLV_OK) {
+            log_warning("zoflvd_mblk_elem_add() failed");
+            return rc;
+        }
+    }
+    const int rc = zoflvd_mblk_upd_meta(idx, zoflvd_kf_time);
+    if (rc != ZOFLV_OK)
+        log_warning("zoflvd_mblk_upd_meta() failed");
+    return rc;
+}
+
+// Builds the stream's index from the metadata arrays; where that cannot be done it stays empty.
+// Returns 0, or a code to end the open with.
+int build_index(const ZOFLVD* h, ZOFLVDS* s)
+{
+    const ZOFLVD_METADATA& md = h->metadata;
+    if (!md.filepositions || !md.times)
+        return ZOFLV_OK;
+    const int32_t count = md.filepositions_cnt < md.times_cnt ? md.filepositions_cnt : md.times_cnt;
+    if (count == 0) {
+        zoflvd_mblk_ctor(&s->idx, sizeof(ZOFLVD_KF));
+        return ZOFLV_OK;
+    }
+    bool usable = false;
+    int rc = check_first_position(s, md.filepositions[0], &usable);
+    if (rc != ZOFLV_OK)
+        return rc;
+    if (usable)
+        rc = fill_index(md, count, &s->idx);
+    if (!usable || rc != ZOFLV_OK) {
+        log_error("zoflvd_kf_build_metadata() failed");
+        zoflvd_mblk_dtor(&s->idx);
+    }
+    return rc;
+}
+
+// Writes the table; returns the number of entries written.
+uint32_t write_table(const ZOFLVD_MBLK& idx, uint8_t* out)
+{
+    constexpr uint32_t unused = 0;
+
+    uint32_t written = 0;
+    const ZOFLVD_MBLK_NODE* node = idx.first;
+    for (uint32_t block = 0; node && block < idx.blk_cnt; ++block, node = node->next) {
+        const uint8_t* end = zoflvd_mblk_data_end(node, idx.elem_size);
+        for (const uint8_t* p = zoflvd_mblk_data(node); p != end; p += idx.elem_size) {
+            const int64_t time = zoflvd_kf_time(p);
+            std::memcpy(out, &unused, sizeof unused);
+            std::memcpy(out + table_time_at, &time, sizeof time);
+            out += table_entry_size;
+            ++written;
+        }
+    }
+    return written;
+}
+
+} // namespace
+
+int zoflvd_kf_compare(const void* key, const void* entry, const void* node)
+{
+    int64_t time = 0;
+    std::memcpy(&time, key, sizeof time);
+    const int64_t entry_time = zoflvd_kf_time(entry);
+    if (time < entry_time)
+        return -1;
+    if (time == entry_time)
+        return 0;
+    const uint8_t* next = static_cast<const uint8_t*>(entry) + sizeof(ZOFLVD_KF);
+    const auto* block = static_cast<const ZOFLVD_MBLK_NODE*>(node);
+    if (next == zoflvd_mblk_data_end(block, sizeof(ZOFLVD_KF)))
+        return 0;
+    return zoflvd_kf_time(next) < time ? 1 : 0;
+}
+
+int64_t zoflvd_kf_time(const void* entry)
+{
+    return entry_of(entry).time;
+}
+
+int zoflvds_get_idx_table(ZOFLVDS* s, void* buf, int buf_size, int* out_size, int* out_cnt)
+{
+    if (!is_valid(s))
+        return ZOFLV_ERR_FAIL;
+    const uint32_t count = zoflvd_mblk_elem_cnt(&s->idx);
+    if (count == 0 || s->sh.strm_type != ZOFLV_TAG_VIDEO)
+        return fail(__LINE__, ZOFLV_ERR_UNSUPPORTED);
+    // A metadata tag holds fewer than 2^21 array elements: the size fits.
+    const int size = static_cast<int>(count) * table_entry_size;
+    if (out_size)
+        *out_size = size;
+    if (out_cnt)
+        *out_cnt = static_cast<int>(count);
+    if (!buf)
+        return ZOFLV_OK;
+    if (buf_size < size)
+        return ZOFLV_ERR_BUFSIZE;
+    if (write_table(s->idx, static_cast<uint8_t*>(buf)) != count)
+        return fail(__LINE__);
+    return ZOFLV_OK;
+}
+
+int zoflvd_get_idx_table(ZOFLVD* h, int strm_indx, void* buf, int buf_size, int* out_size,
+                         int* out_cnt)
+{
+    if (!is_valid(h))
+        return ZOFLV_ERR_FAIL;
+    if (!has_stream(h, strm_indx))
+        return fail(__LINE__);
+    if (h->sh[strm_indx].strm_type != ZOFLV_TAG_VIDEO)
+        return fail(__LINE__, ZOFLV_ERR_UNSUPPORTED);
+    int rc = ZOFLV_ERR_FAIL;
+    ZOFLVDS* s = zoflvds_open(h, strm_indx, &rc);
+    if (!s) {
+        log_warning("zoflvds_open failed");
+        return rc;
+    }
+    rc = zoflvds_get_idx_table(s, buf, buf_size, out_size, out_cnt);
+    zoflvds_close(s);
+    return rc;
+}

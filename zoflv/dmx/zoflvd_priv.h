@@ -1,0 +1,69 @@
+// SPDX-License-Identifier: Apache-2.0
+/// @file
+/// The handles behind zoflvd.h. Only the demuxer and its tests include this.
+#pragma once
+
+#include "zoflv/dmx/zocmn_mfal.h"
+#include "zoflv/dmx/zoflvd.h"
+#include "zoflv/dmx/zoflvd_mblk.h"
+#include "zoflv/dmx/zoflvd_metadata.h"
+#include "zoflv/dmx/zoflvd_sh.h"
+#include "zoflv/dmx/zoflvd_tag.h"
+
+#include <cstddef>
+#include <cstdint>
+
+constexpr uint32_t ZOFLVD_MAGIC = 0x464C5646;  ///< 'FLVF'
+constexpr uint32_t ZOFLVDS_MAGIC = 0x464C5653; ///< 'FLVS'
+
+/// The demuxer handle. After the open only `info.duration` changes.
+struct ZOFLVD {
+    uint32_t magic;                  ///< ZOFLVD_MAGIC once the open has succeeded
+    ZOFLVD* self;                    ///< the handle's own address
+    _ZOCMN_MFAL mfal;                ///< copy of the caller's record
+    int32_t strm_cnt;                ///< 0 to 2
+    int32_t aud_cnt;                 ///< 0 or 1
+    int32_t vid_cnt;                 ///< 0 or 1
+    ZOFLVD_SH sh[ZOFLV_MAX_STREAMS]; ///< in order of discovery; owns each `csd`
+    int64_t first_tag_pos;           ///< file offset of the first tag: DataOffset + 4
+    int64_t data_start; ///< `first_tag_pos`, or the tag behind it when the first is a script tag
+    int64_t file_size;  ///< bytes
+    int64_t data_len;   ///< `file_size` - `data_start`; may be negative
+    ZOFLVD_METADATA metadata; ///< owned
+    ZOFLVD_INFO info;         ///< copy of what the open reported
+    int64_t ext_duration;     ///< duration given by the caller, 100-ns units, 0 when none
+    int64_t duration;         ///< the file's duration, 100-ns units
+};
+
+/// A keyframe index entry.
+struct ZOFLVD_KF {
+    int64_t time; ///< 100-ns units
+    int64_t pos;  ///< file offset of the keyframe's tag
+};
+static_assert(sizeof(ZOFLVD_KF) == 16, "255 entries to a block");
+
+/// The stream handle. Between calls: `fetch_tag` 0 means that `cur_tag` was found and the file
+/// stands on its data; `next_tag.found` 1 that the file stands on the data of `next_tag`.
+struct ZOFLVDS {
+    uint32_t magic;      ///< ZOFLVDS_MAGIC once the open has succeeded
+    ZOFLVDS* self;       ///< the handle's own address
+    ZOFLVD_SH sh;        ///< copy of the demuxer's record, with a `csd` of its own
+    void* fh;            ///< file opened for this stream alone; owned
+    ZOFLVD_MBLK idx;     ///< keyframe index of ZOFLVD_KF; owned
+    _ZOCMN_MFAL mfal;    ///< copy of the demuxer's record
+    ZOFLVD_TAG cur_tag;  ///< the frame being read or last read
+    ZOFLVD_TAG next_tag; ///< the stream's following tag, read ahead
+    int32_t fetch_tag;   ///< 1: the next read moves to the following tag; 0: `cur_tag` is pending
+};
+
+static_assert(sizeof(ZOFLVD_INFO_VID) == 9 * sizeof(int32_t), "packed as the record it copies");
+static_assert(sizeof(ZOFLVD_INFO_AUD) == sizeof(ZOFLVD_INFO_VID), "one layout, two meanings");
+static_assert(offsetof(ZOFLVD_SH, fourcc_out) == sizeof(ZOFLVD_INFO_VID),
+              "the information records are the first nine fields");
+
+/// Orders a time, `*key`, against an index entry, one of those in the block `node`: an entry
+/// matches from its time up to the next entry's in the block, both included.
+int zoflvd_kf_compare(const void* key, const void* entry, const void* node);
+
+/// An entry's time.
+int64_t zoflvd_kf_time(const void* entry);
