@@ -70,8 +70,8 @@ void zoflv_conv_reverse(void* bytes, int length)
 
 void zoflv_conv(void* bytes, int length)
 {
-    if (length < 0 || length > 8)
-        return;
+    if (length < 2 || length > 8)
+        return; // nothing to reverse, or no such field
     const size_t n = static_cast<size_t>(length);
     uint8_t scratch[8] = {};
     std::memcpy(scratch, bytes, n);

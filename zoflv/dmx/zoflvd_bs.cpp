@@ -330,7 +330,7 @@ int zoflvd_bs_write(ZOFLVD_BS* bs, uint32_t value, int n)
 
 int zoflvd_bs_write1(ZOFLVD_BS* bs, uint32_t bit)
 {
-    *bs->cur = static_cast<uint8_t>(*bs->cur << 1 | (bit & 1));
+    *bs->cur = static_cast<uint8_t>(uint32_t{*bs->cur} << 1 | (bit & 1));
     if (++bs->bit_pos == 8) {
         bs->bit_pos = 0;
         ++bs->cur;
