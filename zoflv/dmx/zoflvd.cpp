@@ -4,6 +4,7 @@
 #include "zoflv/dmx/zoflv_conv.h"
 #include "zoflv/dmx/zoflv_log.h"
 #include "zoflv/dmx/zoflv_num.h"
+#include "zoflv/dmx/zoflvd_crawl.h"
 #include "zoflv/dmx/zoflvd_priv.h"
 #include "zoflv/dmx/zoflvd_rdbuf.h"
 
@@ -47,6 +48,13 @@ bool is_valid(const ZOFLVDS* s)
     return s && s->magic == ZOFLVDS_MAGIC;
 }
 
+// Before a handle is freed: a later use by mistake is then refused more often than not. Volatile,
+// since a store to memory that is about to be freed is dropped otherwise.
+void clear_magic(volatile uint32_t* magic)
+{
+    *magic = 0;
+}
+
 bool has_stream(const ZOFLVD* h, int strm_indx)
 {
     return strm_indx >= 0 && strm_indx < h->strm_cnt;
@@ -68,7 +76,7 @@ void handle_release(ZOFLVD* h)
     for (ZOFLVD_SH& sh : h->sh)
         std::free(sh.csd);
     zoflvd_metadata_deinit(&h->metadata);
-    h->magic = 0; // a stale pointer is refused as long as its memory is not used again
+    clear_magic(&h->magic);
     std::free(h);
 }
 
@@ -370,7 +378,7 @@ int zoflvd_tag_next(const _ZOCMN_MFAL* mfal, void* fh, const int64_t* start, int
                     const int64_t* end, ZOFLVD_TAG* tag)
 {
     if (!mfal || !fh || !start || !end || !tag)
-        return log_error("ERR: invalid argument, exit.");
+        return ZOFLV_ERR_FAIL;
     if (*end <= 0)
         return fail(2578);
     tag->found = 0;
@@ -416,7 +424,8 @@ void stream_release(ZOFLVDS* s)
     std::free(s->sh.csd);
     if (s->fh)
         s->mfal.close(s->fh);
-    *s = ZOFLVDS{}; // the magic too: a stale pointer is refused as long as its memory is free
+    *s = ZOFLVDS{};
+    clear_magic(&s->magic);
     std::free(s);
 }
 
@@ -530,6 +539,12 @@ struct FrameOut {
     int64_t* next_time;
 };
 
+bool stands_on_data(const ZOFLVD_TAG& tag, int64_t pos)
+{
+    int64_t data = 0;
+    return zoflv_pos_add(tag.pos, ZOFLV_TAG_HEADER, &data) && pos == data;
+}
+
 // Takes the tag read ahead, or searches the next one from the file's position.
 int fetch_tag(ZOFLVDS* s)
 {
@@ -544,7 +559,7 @@ int fetch_tag(ZOFLVDS* s)
                                        &s->cur_tag);
         return rc == ZOFLV_OK ? ZOFLV_OK : ZOFLV_EOF;
     }
-    if (pos != zoflv_add_sat(s->next_tag.pos, ZOFLV_TAG_HEADER))
+    if (!stands_on_data(s->next_tag, pos))
         return fail(793, ZOFLV_EOF);
     s->cur_tag = s->next_tag;
     s->next_tag.found = 0;
@@ -559,7 +574,7 @@ int check_pending_tag(ZOFLVDS* s)
     int64_t pos = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
         return fail(1112);
-    if (pos != zoflv_add_sat(s->cur_tag.pos, ZOFLV_TAG_HEADER))
+    if (!stands_on_data(s->cur_tag, pos))
         return log_error("err: frame data fp is wrong!");
     return ZOFLV_OK;
 }
@@ -699,12 +714,13 @@ bool copy_nals(ZOFLVDS* s, const FrameOut& out, int64_t payload)
     }
     *out.frm_len = static_cast<int>(written); // at most 4 x 2^24
     int64_t end = 0;
-    const int64_t wanted = zoflv_add_sat(start, payload);
     if (zoflv_file_getpos(&s->mfal, s->fh, &end) != 0) {
         fail(743);
         return false;
     }
-    if (end != wanted && zoflv_file_setpos(&s->mfal, s->fh, wanted) != 0) {
+    int64_t wanted = 0;
+    if (!zoflv_pos_add(start, payload, &wanted) ||
+        (end != wanted && zoflv_file_setpos(&s->mfal, s->fh, wanted) != 0)) {
         fail(751);
         return false;
     }
@@ -760,10 +776,8 @@ int get_avc_frame(ZOFLVDS* s, const FrameOut& out)
         return avc_drop(s, 982);
 
     if (packet_type == packet_nal_units) {
-        if (!copy_nals(s, out, payload)) {
-            *out.frm_len = 0;
+        if (!copy_nals(s, out, payload))
             return avc_give_up(s, 1018);
-        }
     } else if (packet_type == packet_configuration) {
         const int check = copy_configuration(s, out, payload);
         if (check != 0)
@@ -1006,4 +1020,484 @@ int zoflvd_get_idx_table(ZOFLVD* h, int strm_indx, void* buf, int buf_size, int*
     rc = zoflvds_get_idx_table(s, buf, buf_size, out_size, out_cnt);
     zoflvds_close(s);
     return rc;
+}
+
+// ==================================================================== Seek
+
+namespace {
+
+constexpr int mode_previous = 0;
+constexpr int mode_next = 1;
+constexpr int mode_back = 2; // as mode_previous, or without a time from the current tag
+constexpr int mode_closest = 3;
+
+constexpr int window_size = 2048; // bytes looked at at once when tags are searched in the bytes
+
+// ---- Searching the bytes for a tag header
+
+// A sliding window over the file. Offsets below `scan_end` are looked at; a tag must end before
+// `limit`.
+struct ByteScan {
+    const _ZOCMN_MFAL* mfal;
+    void* fh;
+    uint8_t* window; // window_size bytes, the caller's
+    int64_t scan_end;
+    int64_t limit;
+    int64_t start;   // file offset of the window's first byte
+    int length;      // bytes in the window
+    int64_t checked; // offsets looked at in earlier windows
+};
+
+uint32_t be24(const uint8_t* bytes)
+{
+    return uint32_t{bytes[0]} << 16 | uint32_t{bytes[1]} << 8 | bytes[2];
+}
+
+bool looks_like_header(const uint8_t* p)
+{
+    const bool type =
+        p[0] == ZOFLV_TAG_AUDIO || p[0] == ZOFLV_TAG_VIDEO || p[0] == ZOFLV_TAG_SCRIPT;
+    return type && p[8] == 0 && p[9] == 0 && p[10] == 0; // StreamID
+}
+
+// Reads the four bytes at `pos`, from the window where it holds them; the file stays where it is.
+bool read_prev_tag_size(const ByteScan& scan, int64_t pos, uint32_t* value)
+{
+    uint8_t raw[ZOFLV_PREV_TAG_SIZE];
+    if (pos - scan.start <= scan.length - ZOFLV_PREV_TAG_SIZE) {
+        std::memcpy(raw, scan.window + (pos - scan.start), sizeof raw);
+    } else {
+        int64_t back = 0;
+        if (zoflv_file_getpos(scan.mfal, scan.fh, &back) != 0 ||
+            zoflv_file_setpos(scan.mfal, scan.fh, pos) != 0 ||
+            !read_exactly(*scan.mfal, scan.fh, raw, sizeof raw) ||
+            zoflv_file_setpos(scan.mfal, scan.fh, back) != 0)
+            return false;
+    }
+    zoflv_conv_u32(raw);
+    *value = zoflv_le32(raw);
+    return true;
+}
+
+// Tests the bytes at offset `at` of the window as a tag. 0: it is one, the file stands behind its
+// PreviousTagSize; 1: it is none; -1: failure.
+int check_candidate(const ByteScan& scan, int at, ZOFLVD_TAG* tag)
+{
+    const uint8_t* p = scan.window + at;
+    if (!looks_like_header(p))
+        return ZOFLV_EOF;
+    const uint32_t size = be24(p + 1);
+    const int64_t pos = scan.start + at;
+    if (scan.limit - pos <= int64_t{size} + ZOFLV_TAG_OVERHEAD)
+        return ZOFLV_EOF;
+    const int64_t field = pos + size + ZOFLV_TAG_HEADER;
+    uint32_t prev_tag_size = 0;
+    if (!read_prev_tag_size(scan, field, &prev_tag_size))
+        return ZOFLV_ERR_FAIL;
+    // Some writers count the field itself too.
+    if (prev_tag_size != size + ZOFLV_TAG_HEADER && prev_tag_size != size + ZOFLV_TAG_OVERHEAD)
+        return ZOFLV_EOF;
+    if (zoflv_file_setpos(scan.mfal, scan.fh, field + ZOFLV_PREV_TAG_SIZE) != 0)
+        return ZOFLV_ERR_FAIL;
+    *tag = ZOFLVD_TAG{};
+    tag->type = p[0];
+    tag->data_size = size;
+    const uint32_t time_ms = uint32_t{p[7]} << 24 | be24(p + 4);
+    tag->timestamp = int64_t{static_cast<int32_t>(time_ms)} * ZOFLV_TICKS_PER_MS; // signed here
+    tag->pos = pos;
+    return ZOFLV_OK;
+}
+
+// Moves the window on: its last unchecked bytes stay, the rest is read behind them. False on
+// failure.
+bool fill_window(ByteScan* scan, int64_t pos)
+{
+    const int kept = scan->length < ZOFLV_TAG_HEADER ? scan->length : ZOFLV_TAG_HEADER - 1;
+    std::memmove(scan->window, scan->window + (scan->length - kept), static_cast<size_t>(kept));
+    const int64_t left = zoflv_sub_sat(scan->scan_end, pos);
+    const int64_t room = window_size - kept;
+    const int64_t wanted = left < room ? left : room;
+    if (wanted < 0 ||
+        !read_exactly(*scan->mfal, scan->fh, scan->window + kept, static_cast<int>(wanted)))
+        return false;
+    scan->start = pos - kept;
+    scan->length = kept + static_cast<int>(wanted);
+    return true;
+}
+
+int scan_windows(ByteScan* scan, int64_t start, ZOFLVD_TAG* tag)
+{
+    int64_t pos = start;
+    while (pos < scan->scan_end) {
+        if (zoflv_file_getpos(scan->mfal, scan->fh, &pos) != 0 || !fill_window(scan, pos))
+            return fail(__LINE__);
+        const int offsets = scan->length - (ZOFLV_TAG_HEADER - 1);
+        for (int at = 0; at < offsets; ++at) {
+            const int rc = check_candidate(*scan, at, tag);
+            if (rc == ZOFLV_ERR_FAIL)
+                return fail(__LINE__);
+            if (rc == ZOFLV_OK)
+                return ZOFLV_OK;
+        }
+        if (offsets > 0)
+            scan->checked += offsets;
+    }
+    return ZOFLV_EOF;
+}
+
+// As zoflvds_seek_bytestream_tag(), looking at the bytes before `scan_end` only.
+int search_bytes(const _ZOCMN_MFAL* mfal, void* fh, uint8_t* buf, int64_t start, int64_t scan_end,
+                 int64_t limit, ZOFLVD_TAG* tag)
+{
+    ByteScan scan = {mfal, fh, buf, scan_end < limit ? scan_end : limit, limit, start, 0, 0};
+    const int rc = scan_windows(&scan, start, tag);
+    if (rc == ZOFLV_ERR_FAIL) {
+        __android_log_print(ANDROID_LOG_ERROR, log_tag, "frm search: %d bytes checked",
+                            zoflv_wrap32(scan.checked));
+        log_error("zoflvds_seek_bytestream_tag() failed");
+    }
+    return rc;
+}
+
+// ---- Without an index
+
+// target x data_len / duration, of a target within the duration. Times are divided by 1 ms first
+// where they allow it; where the product still does not fit, both are halved: it is an estimate.
+int64_t estimate_offset(int64_t target, int64_t duration, int64_t data_len)
+{
+    if (target <= 0)
+        return 0;
+    if (duration >= ZOFLV_TICKS_PER_MS) {
+        target /= ZOFLV_TICKS_PER_MS;
+        duration /= ZOFLV_TICKS_PER_MS;
+    }
+    int64_t product = 0;
+    while (__builtin_mul_overflow(target, data_len, &product)) {
+        target /= 2;
+        duration /= 2;
+    }
+    return product / (duration > 0 ? duration : 1);
+}
+
+// Finds a tag that lies before the target in time, going back from an estimate of its offset.
+int find_start_tag(ZOFLVDS* s, int64_t target, uint8_t* buf, ZOFLVD_TAG* tag)
+{
+    constexpr int64_t back_off = 32768;
+    constexpr double farthest = 0.9; // share of the file
+
+    const ZOFLVD_SH& sh = s->sh;
+    const int64_t far = zoflv_from_double<int64_t>(static_cast<double>(sh.file_size) * farthest);
+    int64_t est = zoflv_add_sat(sh.data_start, estimate_offset(target, sh.duration, sh.data_len));
+    int64_t scan_end = sh.file_size;
+    for (;;) {
+        const int64_t before = est;
+        est = zoflv_sub_sat(est, back_off);
+        if (est >= sh.file_size)
+            est = far;
+        else if (est < sh.data_start)
+            est = sh.data_start;
+        if (est > before) // moved up by the clamp: the last round looks at everything
+            scan_end = sh.file_size;
+        if (zoflv_file_setpos(&s->mfal, s->fh, est) != 0)
+            return fail(__LINE__);
+        // Behind `scan_end` lies what the round before has searched: if there is nothing new, its
+        // tag stays.
+        const int rc = search_bytes(&s->mfal, s->fh, buf, est, scan_end, sh.file_size, tag);
+        if (rc == ZOFLV_ERR_FAIL || (rc == ZOFLV_EOF && scan_end == sh.file_size))
+            return fail(__LINE__);
+        if (tag->pos <= sh.data_start || tag->timestamp < target || est == sh.data_start)
+            return ZOFLV_OK;
+        scan_end = zoflv_add_sat(est, ZOFLV_TAG_HEADER - 1);
+    }
+}
+
+// The crawl has overshot without an answer: it is to search the other way.
+bool has_overshot(const ZOFLVD_CRAWL& crawl, int64_t target, int mode)
+{
+    constexpr int64_t tolerance = 1000000; // 0.1 s
+
+    const int64_t time = crawl.cur.timestamp;
+    if (mode == mode_previous)
+        return time > crawl.saved.timestamp && time - tolerance > target;
+    return time < crawl.saved.timestamp && time - tolerance < target;
+}
+
+// Walks to the tag asked for. 0, or -1 when there is none, which is not logged.
+int crawl_to_time(ZOFLVDS* s, const ZOFLVD_TAG& start, int64_t target, int mode,
+                  ZOFLVD_CRAWL* crawl)
+{
+    constexpr int max_walked = 30720; // tags of the stream, per direction
+
+    if (zoflvd_crawl_init_seek(crawl, &start, &target, s, mode) != ZOFLV_OK)
+        return fail(__LINE__);
+    bool turned = false;
+    int walked = 0;
+    int found = crawl->check(crawl);
+    while (found == 0) {
+        if (crawl->next(crawl) < 0)
+            return fail(__LINE__);
+        if (crawl->cur.type == s->sh.strm_type && ++walked > max_walked)
+            return ZOFLV_ERR_FAIL;
+        if (!turned && has_overshot(*crawl, target, mode)) {
+            const int rc = mode == mode_previous
+                               ? zoflvd_crawl_init_reverse(crawl, &start, &target, s)
+                               : zoflvd_crawl_init_reverse_forw(crawl, &start, &target, s);
+            if (rc != ZOFLV_OK)
+                return fail(__LINE__);
+            turned = true;
+            walked = 0;
+        }
+        found = crawl->check(crawl);
+    }
+    return found == 2 ? ZOFLV_OK : ZOFLV_ERR_FAIL;
+}
+
+// The keyframe next to the current tag. 0, or 1.
+int seek_from_current(ZOFLVDS* s, int64_t* out_time, int mode)
+{
+    const ZOFLVD_TAG& cur = s->cur_tag;
+    // No tag was read yet, or the stream has ended: a forward step would take a frame for a header.
+    if (cur.pos == 0 || (mode == mode_next && cur.type != s->sh.strm_type))
+        return ZOFLV_EOF;
+    ZOFLVD_CRAWL crawl;
+    if (zoflvd_crawl_init_keyfrm(&crawl, &cur, s, mode == mode_next ? 1 : 0) != ZOFLV_OK)
+        return fail(__LINE__, ZOFLV_EOF);
+    int found = 0;
+    while (found == 0) {
+        if (crawl.next(&crawl) < 0)
+            return fail(__LINE__, ZOFLV_EOF);
+        found = crawl.check(&crawl);
+    }
+    if (found == 1)
+        return ZOFLV_EOF;
+    if (crawl.setpos(&crawl) != ZOFLV_OK)
+        return fail(__LINE__, ZOFLV_EOF);
+    if (out_time)
+        *out_time = crawl.result;
+    return ZOFLV_OK;
+}
+
+// The nearer of the keyframes before and behind the time: two searches.
+int seek_closest(ZOFLVDS* s, int64_t time, int64_t* out_time)
+{
+    int64_t prev_time = 0;
+    int64_t prev_pos = 0;
+    const bool has_prev = zoflvds_seek_bytestream(s, &time, &prev_time, mode_previous) == ZOFLV_OK;
+    if (has_prev && zoflv_file_getpos(&s->mfal, s->fh, &prev_pos) != 0)
+        return fail(__LINE__, ZOFLV_ERR_FILEIO);
+    int64_t next_time = 0;
+    const bool has_next = zoflvds_seek_bytestream(s, &time, &next_time, mode_next) == ZOFLV_OK;
+    if (!has_prev && !has_next)
+        return ZOFLV_ERR_FORMAT;
+    const bool take_next =
+        has_next && (!has_prev || zoflv_sub_sat(next_time, time) < zoflv_sub_sat(time, prev_time));
+    if (!take_next && zoflv_file_setpos(&s->mfal, s->fh, prev_pos) != 0)
+        return fail(__LINE__, ZOFLV_ERR_FILEIO);
+    if (out_time)
+        *out_time = take_next ? next_time : prev_time;
+    return ZOFLV_OK;
+}
+
+int seek_without_index(ZOFLVDS* s, int64_t time, int64_t* out_time, int mode)
+{
+    if (mode == mode_closest)
+        return seek_closest(s, time, out_time);
+    return zoflvds_seek_bytestream(s, &time, out_time, mode) == ZOFLV_OK ? ZOFLV_OK
+                                                                         : ZOFLV_ERR_FORMAT;
+}
+
+// ---- With an index
+
+// The entry behind `entry` in index order, or null.
+const void* next_entry(const ZOFLVD_MBLK& idx, const void* entry)
+{
+    const uintptr_t at = reinterpret_cast<uintptr_t>(entry);
+    for (const ZOFLVD_MBLK_NODE* node = idx.first; node; node = node->next) {
+        const uintptr_t first = reinterpret_cast<uintptr_t>(zoflvd_mblk_data(node));
+        const uintptr_t end =
+            reinterpret_cast<uintptr_t>(zoflvd_mblk_data_end(node, idx.elem_size));
+        if (at < first || at >= end)
+            continue;
+        if (at + idx.elem_size < end)
+            return static_cast<const uint8_t*>(entry) + idx.elem_size;
+        return node->next ? zoflvd_mblk_data(node->next) : nullptr;
+    }
+    return nullptr;
+}
+
+// A seek through the index once the entry is chosen.
+struct IndexSeek {
+    int64_t time;    // asked for
+    ZOFLVD_KF entry; // chosen
+    bool stepped;    // the entry is the one behind the time
+};
+
+int keytag_error()
+{
+    return log_error("zoflvds_validate_keytag() failed", ZOFLV_ERR_FORMAT);
+}
+
+int keytag_fail(int check)
+{
+    fail(check);
+    return keytag_error();
+}
+
+int position_at_keytag(ZOFLVDS* s, int64_t pos, int64_t time, int64_t* out_time)
+{
+    if (zoflv_file_setpos(&s->mfal, s->fh, pos) != 0)
+        return keytag_fail(__LINE__);
+    if (out_time)
+        *out_time = time;
+    return ZOFLV_OK;
+}
+
+// Tells whether the found tag is the keyframe of the entry: 0 yes, 1 no, other: a code to return.
+int match_keytag(ZOFLVDS* s, const IndexSeek& seek, const ZOFLVD_TAG& found)
+{
+    constexpr int64_t tolerance = 10000; // 1 ms
+
+    const int64_t off = zoflv_sub_sat(seek.entry.time, found.timestamp);
+    if (off < -tolerance || off > tolerance || found.type != s->sh.strm_type)
+        return ZOFLV_EOF;
+    if (zoflv_file_setpos(&s->mfal, s->fh, found.pos) != 0)
+        return keytag_fail(__LINE__);
+    if (found.type != ZOFLV_TAG_VIDEO)
+        return ZOFLV_OK;
+    uint8_t head[16];
+    if (!read_exactly(s->mfal, s->fh, head, sizeof head))
+        return keytag_fail(__LINE__);
+    return head[ZOFLV_TAG_HEADER] >> 4 == 1 ? ZOFLV_OK : ZOFLV_EOF; // FrameType
+}
+
+// The entry's offset holds no tag: looks for its keyframe nearby, then without the index.
+int search_near(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
+{
+    constexpr int rounds = 10;
+    constexpr int64_t round_step = 100;
+
+    uint8_t window[window_size];
+    int64_t start = zoflv_sub_sat(seek.entry.pos, window_size);
+    if (start < 0)
+        start = 0;
+    for (int round = 0; round < rounds; ++round, start = zoflv_add_sat(start, round_step)) {
+        ZOFLVD_TAG found = {};
+        if (zoflv_file_setpos(&s->mfal, s->fh, start) != 0 ||
+            zoflvds_seek_bytestream_tag(&s->mfal, s->fh, window, start, s->sh.file_size, &found) !=
+                ZOFLV_OK)
+            return keytag_fail(__LINE__);
+        if (seek.stepped && found.timestamp < seek.time)
+            continue;
+        if (!seek.stepped && found.timestamp > seek.time)
+            break;
+        const int rc = match_keytag(s, seek, found);
+        if (rc == ZOFLV_OK)
+            return position_at_keytag(s, found.pos, found.timestamp, out_time);
+        if (rc != ZOFLV_EOF)
+            return rc;
+    }
+    if (zoflvds_seek_bytestream(s, &seek.time, out_time, mode_previous) != ZOFLV_OK)
+        return keytag_error();
+    return ZOFLV_OK;
+}
+
+// Confirms that a tag stands at the entry's offset, where the file is to be left.
+int seek_to_entry(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
+{
+    if (zoflv_file_setpos(&s->mfal, s->fh, seek.entry.pos) != 0)
+        return log_error("fsetpos() failed", ZOFLV_ERR_FORMAT);
+    uint8_t head[16] = {};
+    const int count = s->mfal.read(s->fh, head, sizeof head);
+    if (count <= 0)
+        return keytag_fail(__LINE__);
+    const bool audio_or_video = (head[0] & 0xFE) == ZOFLV_TAG_AUDIO;
+    const bool stream_id = head[8] == 0 && head[9] == 0 && head[10] == 0;
+    if (count >= ZOFLV_TAG_HEADER && audio_or_video && stream_id)
+        return position_at_keytag(s, seek.entry.pos, seek.entry.time, out_time);
+    return search_near(s, seek, out_time);
+}
+
+int seek_with_index(ZOFLVDS* s, int64_t time, int64_t* out_time, int mode)
+{
+    const void* entry = zoflvd_mblk_elem_find(&s->idx, &time, zoflvd_kf_compare);
+    if (!entry)
+        return log_error("zoflvd_mblk_elem_find() failed", ZOFLV_ERR_FORMAT);
+    IndexSeek seek = {time, entry_of(entry), false};
+    if (mode == mode_next || mode == mode_closest) {
+        const void* next = next_entry(s->idx, entry);
+        if (mode == mode_next && !next)
+            return ZOFLV_EOF;
+        if (next && (mode == mode_next || zoflv_sub_sat(zoflvd_kf_time(next), time) <
+                                              zoflv_sub_sat(time, seek.entry.time))) {
+            seek.entry = entry_of(next);
+            seek.stepped = true;
+        }
+    }
+    return seek_to_entry(s, seek, out_time);
+}
+
+} // namespace
+
+int zoflvds_seek(ZOFLVDS* s, const int64_t* time, int64_t* out_time, int mode)
+{
+    if (!is_valid(s))
+        return ZOFLV_ERR_FAIL;
+    if (mode < mode_previous || mode > mode_closest)
+        return fail(__LINE__);
+    // Whatever comes of it, the next read begins with the tag at the file's position.
+    s->cur_tag.found = 0;
+    s->next_tag.found = 0;
+    s->fetch_tag = 1;
+    if (!time) {
+        if (mode != mode_next && mode != mode_back)
+            return log_error("zoflvds_seek(): invalid mode arg");
+        return seek_from_current(s, out_time, mode);
+    }
+    if (*time == 0) {
+        if (zoflv_file_setpos(&s->mfal, s->fh, s->sh.first_tag_pos) != 0)
+            return fail(__LINE__, ZOFLV_ERR_FILEIO);
+        if (out_time)
+            *out_time = 0;
+        return ZOFLV_OK;
+    }
+    if (zoflvd_mblk_elem_cnt(&s->idx) == 0)
+        return seek_without_index(s, *time, out_time, mode);
+    return seek_with_index(s, *time, out_time, mode);
+}
+
+int zoflvds_seek_bytestream(ZOFLVDS* s, const int64_t* time, int64_t* out_time, int mode)
+{
+    const int64_t target = *time;
+    if (s->sh.duration < target)
+        return fail(__LINE__);
+    int64_t pos = 0;
+    if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
+        return fail(__LINE__);
+    std::unique_ptr<uint8_t, Free> buf(static_cast<uint8_t*>(std::malloc(window_size)));
+    if (!buf) {
+        __android_log_print(ANDROID_LOG_ERROR, log_tag, "malloc failed!, [%s: %d]",
+                            "zoflv/dmx/zoflvd", __LINE__);
+        return ZOFLV_ERR_FAIL;
+    }
+    if (s->sh.duration <= 0)
+        return fail(__LINE__);
+    ZOFLVD_TAG start = {};
+    if (find_start_tag(s, target, buf.get(), &start) != ZOFLV_OK)
+        return ZOFLV_ERR_FAIL;
+    if (zoflv_file_setpos(&s->mfal, s->fh, start.pos) != 0)
+        return fail(__LINE__);
+    ZOFLVD_CRAWL crawl;
+    if (crawl_to_time(s, start, target, mode, &crawl) != ZOFLV_OK)
+        return ZOFLV_ERR_FAIL;
+    if (crawl.setpos(&crawl) != ZOFLV_OK)
+        return fail(__LINE__);
+    if (out_time)
+        *out_time = crawl.result;
+    return ZOFLV_OK;
+}
+
+int zoflvds_seek_bytestream_tag(const _ZOCMN_MFAL* mfal, void* fh, uint8_t* buf, int64_t start,
+                                int64_t limit, ZOFLVD_TAG* tag)
+{
+    return search_bytes(mfal, fh, buf, start, limit, limit, tag);
 }

@@ -104,8 +104,7 @@ int zoflvds_get_format(ZOFLVDS* s, void* buf, int* size);
 /// @param out_size  receives the bytes needed; may be null
 /// @param out_cnt   receives the number of entries; may be null
 /// @return 0; -1; -2 for an empty index or no video stream; -4 when `buf` is too small; the code of
-/// a
-///         failed open of a temporary stream
+///         a failed open of a temporary stream
 int zoflvd_get_idx_table(ZOFLVD* h, int strm_indx, void* buf, int buf_size, int* out_size,
                          int* out_cnt);
 int zoflvds_get_idx_table(ZOFLVDS* s, void* buf, int buf_size, int* out_size, int* out_cnt);
@@ -113,8 +112,8 @@ int zoflvds_get_idx_table(ZOFLVDS* s, void* buf, int buf_size, int* out_size, in
 /// Opens a stream with a file handle, a keyframe index and codec data of its own, before its first
 /// frame.
 /// @param err  receives the code; may be null; left alone for a wrong handle or index. -5 no
-/// memory;
-///             -6 the file could not be opened or positioned, or its first keyframe not read
+///             memory; -6 the file could not be opened or positioned, or its first keyframe not
+///             read
 /// @return the stream handle, or null
 ZOFLVDS* zoflvds_open(ZOFLVD* h, int strm_indx, int* err);
 
@@ -128,7 +127,7 @@ int zoflvds_get_info_aud(ZOFLVDS* s, ZOFLVD_INFO_AUD* out);
 /// Reads the stream's next frame: the tag's data without the FLV codec header, AVC as NAL units
 /// behind start codes 00 00 00 01.
 /// @param buf        receives the frame; null: only its length is given and the frame stays the
-/// next
+///                   next
 /// @param buf_size   bytes at `buf`
 /// @param frm_len    receives the frame's length in bytes; required
 /// @param time       receives the frame's time, 100-ns units; may be null
@@ -137,7 +136,7 @@ int zoflvds_get_info_aud(ZOFLVDS* s, ZOFLVD_INFO_AUD* out);
 /// @return 0; 1 at the end of the stream and for every failure once the frame's tag was located; -1
 ///         for a wrong handle or a null `frm_len`, a file position that has moved under a pending
 ///         frame, or a failed look ahead behind a non-AVC frame; -4 when a non-AVC frame did not
-///         fit and was dropped, `frm_len` then being what it needs
+///         fit and was dropped, `frm_len` then being a size that suffices
 int zoflvds_get_frm(ZOFLVDS* s, uint8_t* buf, int buf_size, int* frm_len, int64_t* time,
                     int64_t* next_time);
 
@@ -145,3 +144,17 @@ int zoflvds_get_frm(ZOFLVDS* s, uint8_t* buf, int buf_size, int* frm_len, int64_
 /// @param frm_len  not used
 /// @return 0 whether or not a following tag was found; -1 when PreviousTagSize could not be read
 int zoflvds_get_frm_finalyze(ZOFLVDS* s, int frm_len, int64_t* next_time);
+
+/// Positions a stream so that its next frame is a keyframe chosen by time and mode. Every seek but
+/// one with a bad mode ends a pending length query; after a failed one the next read goes on from
+/// wherever the search stopped.
+/// @param time      100-ns units; 0: the first frame, whatever the mode; null: from the current
+///                  frame, modes 1 and 2 only
+/// @param out_time  receives the keyframe's time; may be null
+/// @param mode      0 the keyframe at or before the time; 1 the first behind it (without an index:
+///                  at or behind it); 2 as 0, or without a time the one before the current frame; 3
+///                  the closest, the earlier of two
+/// @return 0; 1 no keyframe in that direction, and every failure without a time; -1 wrong handle or
+///         mode; -3 the keyframe could not be found or confirmed; -6 the file could not be
+///         positioned
+int zoflvds_seek(ZOFLVDS* s, const int64_t* time, int64_t* out_time, int mode);
