@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <zoflv_host/data_source.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace zoflv_host {
+
+using android::status_t;
+
+namespace {
+
+constexpr ssize_t READ_FAILED = -1;
+constexpr status_t SIZE_UNKNOWN = AMEDIA_ERROR_UNSUPPORTED;
+
+} // namespace
+
+DataSource::DataSource()
+    : m_record{record_read_at, record_get_size, [](void*) { return uint32_t{0}; }, record_get_uri,
+               this}
+{}
+
+ssize_t DataSource::record_read_at(void* handle, off64_t offset, void* data, size_t size)
+{
+    auto* self = static_cast<DataSource*>(handle);
+    const uint64_t call = ++self->m_reads;
+    if (offset < 0 || (!data && size > 0))
+        return READ_FAILED;
+    // A larger count could not be told from a failure.
+    size = std::min(size, static_cast<size_t>(SSIZE_MAX));
+    const ssize_t n = self->read_at(call, offset, data, size);
+    if (n > 0)
+        self->m_bytes += static_cast<uint64_t>(n);
+    return n;
+}
+
+status_t DataSource::record_get_size(void* handle, off64_t* size)
+{
+    auto* self = static_cast<DataSource*>(handle);
+    ++self->m_size_queries;
+    int64_t value = 0;
+    const status_t status = self->get_size(&value);
+    if (status == AMEDIA_OK)
+        *size = value;
+    return status;
+}
+
+bool DataSource::record_get_uri(void* handle, char* uri, size_t capacity)
+{
+    const std::string text = static_cast<DataSource*>(handle)->uri();
+    if (text.empty() || text.size() >= capacity)
+        return false;
+    std::memcpy(uri, text.c_str(), text.size() + 1);
+    return true;
+}
+
+std::unique_ptr<FileDataSource> FileDataSource::open(const std::string& path, std::string* error)
+{
+    // Non-blocking, or the open of a pipe without a writer would wait for ever.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) {
+        *error = std::strerror(errno);
+        return nullptr;
+    }
+    std::unique_ptr<FileDataSource> source(new FileDataSource(fd, path));
+    struct stat info;
+    if (::fstat(fd, &info) != 0) {
+        *error = std::strerror(errno);
+        return nullptr;
+    }
+    if (!S_ISREG(info.st_mode)) {
+        *error = S_ISDIR(info.st_mode) ? "is a directory" : "not a regular file";
+        return nullptr;
+    }
+    return source;
+}
+
+FileDataSource::~FileDataSource()
+{
+    ::close(m_fd);
+}
+
+ssize_t FileDataSource::read_at(uint64_t, int64_t offset, void* data, size_t size)
+{
+    size_t done = 0;
+    while (done < size && offset <= INT64_MAX - static_cast<int64_t>(size)) {
+        const ssize_t n = ::pread64(m_fd, static_cast<uint8_t*>(data) + done, size - done,
+                                    offset + static_cast<int64_t>(done));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && done == 0)
+            return READ_FAILED;
+        if (n <= 0)
+            break;
+        done += static_cast<size_t>(n);
+    }
+    return static_cast<ssize_t>(done);
+}
+
+status_t FileDataSource::get_size(int64_t* size)
+{
+    struct stat64 info;
+    if (::fstat64(m_fd, &info) != 0)
+        return AMEDIA_ERROR_IO;
+    *size = info.st_size;
+    return AMEDIA_OK;
+}
+
+MemoryDataSource::MemoryDataSource(const std::vector<uint8_t>& bytes, MemoryFaults faults)
+    : m_data(new uint8_t[bytes.size()]), m_size(bytes.size()), m_faults(faults)
+{
+    std::copy(bytes.begin(), bytes.end(), m_data.get());
+}
+
+ssize_t MemoryDataSource::read_at(uint64_t call, int64_t offset, void* data, size_t size)
+{
+    const auto hits = [&](uint64_t at) {
+        return at != 0 && (m_faults.sticky ? call >= at : call == at);
+    };
+    if (hits(m_faults.fail_at))
+        return READ_FAILED;
+    if (static_cast<uint64_t>(offset) >= m_size)
+        return 0;
+    size = std::min(size, m_size - static_cast<size_t>(offset));
+    if (hits(m_faults.short_at))
+        size = std::min(size, m_faults.short_bytes);
+    if (size > 0)
+        std::memcpy(data, m_data.get() + offset, size);
+    return static_cast<ssize_t>(size);
+}
+
+status_t MemoryDataSource::get_size(int64_t* size)
+{
+    if (m_faults.size_unknown)
+        return SIZE_UNKNOWN;
+    *size = m_faults.size.value_or(static_cast<int64_t>(m_size));
+    return AMEDIA_OK;
+}
+
+} // namespace zoflv_host

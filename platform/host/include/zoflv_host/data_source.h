@@ -1,0 +1,100 @@
+// SPDX-License-Identifier: Apache-2.0
+/// @file
+/// Byte sources of the framework side: a file, and memory with faults.
+#pragma once
+
+#include <media/MediaExtractorPluginApi.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace zoflv_host {
+
+/// A source with its platform record. Serves any number of threads at once; outlives every user of
+/// the record.
+class DataSource {
+public:
+    DataSource();
+    virtual ~DataSource() = default;
+    DataSource(const DataSource&) = delete;
+    DataSource& operator=(const DataSource&) = delete;
+
+    android::CDataSource* record() { return &m_record; }
+
+    /// Calls of `readAt` so far, failed ones included.
+    uint64_t reads() const { return m_reads; }
+    /// Bytes that those calls delivered.
+    uint64_t bytes() const { return m_bytes; }
+    /// Calls of `getSize` so far.
+    uint64_t size_queries() const { return m_size_queries; }
+
+protected:
+    /// @param call    number of this read, from 1
+    /// @param offset  not negative
+    /// @param data    not null unless `size` is 0
+    virtual ssize_t read_at(uint64_t call, int64_t offset, void* data, size_t size) = 0;
+    virtual android::status_t get_size(int64_t* size) = 0;
+    virtual std::string uri() const { return {}; }
+
+private:
+    static ssize_t record_read_at(void* handle, off64_t offset, void* data, size_t size);
+    static android::status_t record_get_size(void* handle, off64_t* size);
+    static bool record_get_uri(void* handle, char* uri, size_t capacity);
+
+    android::CDataSource m_record;
+    std::atomic<uint64_t> m_reads{0};
+    std::atomic<uint64_t> m_bytes{0};
+    std::atomic<uint64_t> m_size_queries{0};
+};
+
+/// A regular file, read by position.
+class FileDataSource : public DataSource {
+public:
+    /// @param error  set to the reason, without the path, on failure
+    /// @return the source, or null
+    static std::unique_ptr<FileDataSource> open(const std::string& path, std::string* error);
+    ~FileDataSource() override;
+
+protected:
+    ssize_t read_at(uint64_t call, int64_t offset, void* data, size_t size) override;
+    android::status_t get_size(int64_t* size) override;
+    std::string uri() const override { return "file://" + m_path; }
+
+private:
+    FileDataSource(int fd, std::string path) : m_fd(fd), m_path(std::move(path)) {}
+
+    const int m_fd;
+    const std::string m_path;
+};
+
+/// What goes wrong in a MemoryDataSource; by default nothing. Calls count from 1, 0 means never.
+struct MemoryFaults {
+    uint64_t short_at = 0; ///< this call delivers at most `short_bytes`
+    size_t short_bytes = 0;
+    uint64_t fail_at = 0;          ///< this call fails
+    bool sticky = false;           ///< every call after the faulty one has the same fault
+    bool size_unknown = false;     ///< the length query fails and stores nothing
+    std::optional<int64_t> size{}; ///< the length claimed instead of the true one
+};
+
+/// A block of memory. The bytes lie in a heap block of exactly their size, so that a sanitizer sees
+/// any access outside.
+class MemoryDataSource : public DataSource {
+public:
+    explicit MemoryDataSource(const std::vector<uint8_t>& bytes, MemoryFaults faults = {});
+
+protected:
+    ssize_t read_at(uint64_t call, int64_t offset, void* data, size_t size) override;
+    android::status_t get_size(int64_t* size) override;
+
+private:
+    const std::unique_ptr<uint8_t[]> m_data;
+    const size_t m_size;
+    const MemoryFaults m_faults;
+};
+
+} // namespace zoflv_host

@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <media/NdkMediaFormat.h>
+#include <zoflv_host/format.h>
+
+#include <algorithm>
+#include <cstdio>
+
+using zoflv_host::FormatEntry;
+using zoflv_host::FormatValue;
+
+struct AMediaFormat {
+    std::vector<FormatEntry> entries;
+    std::string text; // what AMediaFormat_toString handed out last
+};
+
+namespace {
+
+FormatValue* find(AMediaFormat* format, const char* key)
+{
+    if (!format || !key)
+        return nullptr;
+    const auto it = std::find_if(format->entries.begin(), format->entries.end(),
+                                 [&](const FormatEntry& entry) { return entry.key == key; });
+    return it == format->entries.end() ? nullptr : &it->value;
+}
+
+template <typename T>
+T* find_as(AMediaFormat* format, const char* key)
+{
+    FormatValue* value = find(format, key);
+    return value ? std::get_if<T>(value) : nullptr;
+}
+
+void set(AMediaFormat* format, const char* key, FormatValue value)
+{
+    if (!format || !key)
+        return;
+    if (FormatValue* old = find(format, key))
+        *old = std::move(value);
+    else
+        format->entries.push_back({key, std::move(value)});
+}
+
+template <typename T>
+bool get(AMediaFormat* format, const char* key, T* out)
+{
+    const T* value = find_as<T>(format, key);
+    if (value && out)
+        *out = *value;
+    return value && out;
+}
+
+struct ToText {
+    std::string operator()(int32_t value) const { return "int32(" + std::to_string(value) + ')'; }
+    std::string operator()(int64_t value) const { return "int64(" + std::to_string(value) + ')'; }
+    std::string operator()(const std::string& value) const { return "string(" + value + ')'; }
+    std::string operator()(const std::vector<uint8_t>& value) const
+    {
+        std::string text = "buffer(";
+        char digits[3];
+        for (const uint8_t byte : value) {
+            std::snprintf(digits, sizeof digits, "%02x", byte);
+            text += digits;
+        }
+        return text + ')';
+    }
+};
+
+} // namespace
+
+const std::vector<FormatEntry>& zoflv_host::format_entries(const AMediaFormat* format)
+{
+    return format->entries;
+}
+
+AMediaFormat* AMediaFormat_new()
+{
+    return new AMediaFormat;
+}
+
+media_status_t AMediaFormat_delete(AMediaFormat* format)
+{
+    delete format;
+    return AMEDIA_OK;
+}
+
+media_status_t AMediaFormat_copy(AMediaFormat* to, AMediaFormat* from)
+{
+    if (!to || !from)
+        return AMEDIA_ERROR_UNKNOWN;
+    if (to != from)
+        to->entries = from->entries;
+    return AMEDIA_OK;
+}
+
+media_status_t AMediaFormat_clear(AMediaFormat* format)
+{
+    if (!format)
+        return AMEDIA_ERROR_UNKNOWN;
+    format->entries.clear();
+    return AMEDIA_OK;
+}
+
+void AMediaFormat_setInt32(AMediaFormat* format, const char* key, int32_t value)
+{
+    set(format, key, value);
+}
+
+void AMediaFormat_setInt64(AMediaFormat* format, const char* key, int64_t value)
+{
+    set(format, key, value);
+}
+
+void AMediaFormat_setString(AMediaFormat* format, const char* key, const char* value)
+{
+    if (value)
+        set(format, key, std::string(value));
+}
+
+void AMediaFormat_setBuffer(AMediaFormat* format, const char* key, const void* data, size_t size)
+{
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    if (bytes)
+        set(format, key, std::vector<uint8_t>(bytes, bytes + size));
+}
+
+bool AMediaFormat_getInt32(AMediaFormat* format, const char* key, int32_t* out)
+{
+    return get(format, key, out);
+}
+
+bool AMediaFormat_getInt64(AMediaFormat* format, const char* key, int64_t* out)
+{
+    return get(format, key, out);
+}
+
+bool AMediaFormat_getString(AMediaFormat* format, const char* key, const char** out)
+{
+    const auto* value = find_as<std::string>(format, key);
+    if (value && out)
+        *out = value->c_str();
+    return value && out;
+}
+
+bool AMediaFormat_getBuffer(AMediaFormat* format, const char* key, void** data, size_t* size)
+{
+    auto* value = find_as<std::vector<uint8_t>>(format, key);
+    if (!value || !data || !size)
+        return false;
+    *data = value->data();
+    *size = value->size();
+    return true;
+}
+
+const char* AMediaFormat_toString(AMediaFormat* format)
+{
+    if (!format)
+        return "";
+    format->text.clear();
+    for (const FormatEntry& entry : format->entries) {
+        format->text += (format->text.empty() ? "" : ", ") + entry.key + ": ";
+        format->text += std::visit(ToText{}, entry.value);
+    }
+    return format->text.c_str();
+}
+
+const char* AMEDIAFORMAT_KEY_AAC_PROFILE = "aac-profile";
+const char* AMEDIAFORMAT_KEY_BITS_PER_SAMPLE = "bits-per-sample";
+const char* AMEDIAFORMAT_KEY_CHANNEL_COUNT = "channel-count";
+const char* AMEDIAFORMAT_KEY_CSD_0 = "csd-0";
+const char* AMEDIAFORMAT_KEY_DISPLAY_HEIGHT = "display-height";
+const char* AMEDIAFORMAT_KEY_DISPLAY_WIDTH = "display-width";
+const char* AMEDIAFORMAT_KEY_DURATION = "durationUs";
+const char* AMEDIAFORMAT_KEY_FRAME_RATE = "frame-rate";
+const char* AMEDIAFORMAT_KEY_HEIGHT = "height";
+const char* AMEDIAFORMAT_KEY_MAX_INPUT_SIZE = "max-input-size";
+const char* AMEDIAFORMAT_KEY_MIME = "mime";
+const char* AMEDIAFORMAT_KEY_SAMPLE_RATE = "sample-rate";
+const char* AMEDIAFORMAT_KEY_TIME_US = "timeUs";
+const char* AMEDIAFORMAT_KEY_WIDTH = "width";
