@@ -1,0 +1,58 @@
+// SPDX-License-Identifier: Apache-2.0
+/// @file
+/// What the command writes: results on stdout, messages on stderr, and the exit codes.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+using Json = nlohmann::ordered_json;
+
+enum ExitCode : int {
+    EXIT_FINE = 0,
+    EXIT_BAD_FILE = 1, ///< the file is not readable as FLV, or a read failed
+    EXIT_USAGE = 2,    ///< wrong usage, a file that cannot be opened, or output that failed
+};
+
+/// Ends the work on one file, or with nothing to go on with the whole run.
+class Failure : public std::runtime_error {
+public:
+    Failure(ExitCode code, const std::string& text) : std::runtime_error(text), m_code(code) {}
+    ExitCode code() const { return m_code; }
+
+private:
+    ExitCode m_code;
+};
+
+/// The output could not be written: nothing more is worth doing.
+class OutputFailure : public Failure {
+public:
+    using Failure::Failure;
+};
+
+/// printf into a string.
+std::string textf(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// The text without control characters, which become \xNN, so that it stays on one line and leaves
+/// the terminal alone. With `ascii` the bytes from 0x80 are escaped too.
+std::string printable(std::string_view text, bool ascii = false);
+
+/// A time or duration in seconds, exactly, with at least three decimals.
+/// @param ticks  100-ns units
+std::string seconds(int64_t ticks);
+
+/// Two lower-case digits for each byte.
+std::string hex(const uint8_t* bytes, size_t count);
+
+/// Writes to stdout. Throws OutputFailure when that fails.
+void put(std::string_view text);
+/// Writes one JSON value and a line end; bytes that are no UTF-8 become replacement characters.
+void put_line(const Json& value);
+void flush_output();
+
+/// Writes the message "zoflv: subject: text" to stderr, always one line.
+void complain(const std::string& subject, std::string_view text);
