@@ -347,5 +347,5 @@ int zoflvd_bs_bytes_written(const ZOFLVD_BS* bs)
 
 int zoflvd_bs_bits_written(const ZOFLVD_BS* bs)
 {
-    return bs->bytes_written * 8 + bs->bit_pos;
+    return zoflv_wrap32(int64_t{bs->bytes_written} * 8 + bs->bit_pos);
 }

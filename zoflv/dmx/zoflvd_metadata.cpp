@@ -321,6 +321,8 @@ int handlr_mixed_array(ZOFLVD_RDBUF* rb, ZOFLVD_PROPERTY* prop, ZOFLVD_METADATA*
     uint32_t count = 0;
     if (zoflvd_rdbuf_int32(rb, &count) != ZOFLV_OK)
         return ZOFLV_ERR_FAIL;
+    if (count < 1 || zoflvd_rdbuf_eob(rb))
+        return ZOFLV_OK; // an end marker, if one follows, is not this array's
     read_properties(rb, md, count, prop->depth + 1);
     take_object_end(rb);
     return ZOFLV_OK;
@@ -339,6 +341,18 @@ void store_array(ZOFLVD_METADATA* md, const FieldRef& field, int32_t count, doub
     *field_at<int32_t>(md, field.at) = count;
 }
 
+// Numbers that follow, up to `most`. A few bytes may claim 2 GiB, and a body a million such arrays:
+// what is allocated is what will be kept.
+size_t count_numbers(const ZOFLVD_RDBUF* rb, uint32_t most)
+{
+    const uint8_t* p = zoflvd_rdbuf_cur(rb);
+    const uint32_t held = zoflvd_rdbuf_remained(rb) / bytes_per_element;
+    size_t count = 0;
+    while (count < most && count < held && p[count * bytes_per_element] == amf_number)
+        ++count;
+    return count;
+}
+
 int handlr_num_array(ZOFLVD_RDBUF* rb, ZOFLVD_PROPERTY* prop, ZOFLVD_METADATA* md)
 {
     uint32_t raw = 0;
@@ -354,9 +368,7 @@ int handlr_num_array(ZOFLVD_RDBUF* rb, ZOFLVD_PROPERTY* prop, ZOFLVD_METADATA* m
         store_array(md, prop->field, 0, nullptr);
         return ZOFLV_OK;
     }
-    // A few bytes may claim 2 GiB: the elements that the body can hold are all that will be kept.
-    const uint32_t held = zoflvd_rdbuf_remained(rb) / bytes_per_element;
-    const size_t room = raw < held ? raw : held;
+    const size_t room = count_numbers(rb, raw);
     double* array = static_cast<double*>(std::malloc((room ? room : 1) * sizeof(double)));
     if (!array) {
         __android_log_print(ANDROID_LOG_ERROR, tag, "malloc() failed");
