@@ -1,0 +1,20 @@
+# SPDX-License-Identifier: Apache-2.0
+# Flags for every target of the project. They are the directory's, not a target's, so that a sanitizer
+# or coverage build instruments everything that is linked together.
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+if(ZOFLV_WERROR)
+    add_compile_options(-Werror)
+endif()
+
+if(ZOFLV_SANITIZE)
+    # A report ends the program: a finding must fail the test that met it.
+    add_compile_options(-fsanitize=${ZOFLV_SANITIZE} -fno-sanitize-recover=all
+                        -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${ZOFLV_SANITIZE})
+endif()
+
+if(ZOFLV_COVERAGE)
+    add_compile_options(--coverage -fprofile-abs-path -fprofile-update=atomic)
+    add_link_options(--coverage)
+endif()
