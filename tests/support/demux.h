@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+/// @file
+/// A demuxer and a stream opened over bytes in memory, told in short texts for tables of cases.
+#pragma once
+
+#include "tests/support/flv_builder.h"
+#include "tests/support/heap_faults.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/mem_file.h"
+#include "zoflv/dmx/zoflvd_priv.h"
+
+#include <algorithm>
+#include <memory>
+#include <sstream>
+
+/// Log lines from texts separated by '|': errors of "zoflvd", behind "sh ", "rb " or "md " those of
+/// "zoflvd_sh", "_rdbuf" or "_metadata", behind "W " warnings of "zoflvd", a full line as it stands;
+/// "cut" is what a block that the file cannot fill logs.
+inline LogCapture::Lines lines(const std::string& texts)
+{
+    static const char* const prefixes[][2] = {{"cut", "W zoflvd_rdbuf: fread() failed, EOF?"},
+                                              {"sh ", "E zoflvd_sh: "},
+                                              {"rb ", "E zoflvd_rdbuf: "},
+                                              {"md ", "E zoflvd_metadata: "},
+                                              {"W zoflvd", "W zoflvd"},
+                                              {"W ", "W zoflvd: "},
+                                              {"", "E zoflvd: "}};
+    std::istringstream in(texts);
+    LogCapture::Lines out;
+    for (std::string text; std::getline(in, text, '|');) {
+        const auto* p = prefixes;
+        while (text.rfind((*p)[0], 0) != 0)
+            ++p;
+        out.push_back((*p)[1] + text.substr(std::string((*p)[0]).size()));
+        if (text == "cut")
+            out.push_back("E zoflvd_rdbuf: zoflvd_rdbuf_init() failed");
+    }
+    return out;
+}
+
+inline std::string to_hex(const Bytes& bytes)
+{
+    std::string out;
+    for (const uint8_t byte : bytes)
+        out += {"0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]};
+    return out;
+}
+
+/// A file header and a metadata tag, which open without a log line.
+inline FlvBuilder flv(uint8_t flags, std::initializer_list<Bytes> props = {})
+{
+    return FlvBuilder().header(flags).tag(18, 0, on_meta_data(props));
+}
+
+struct Dmx {
+    /// The first file call of kind `fault` fails.
+    explicit Dmx(const Bytes& data, int64_t duration = 0, MemFile::Kind fault = MemFile::Any)
+        : file(data), h(zoflvd_create(file.fail(fault, fault == MemFile::Any ? -1 : 0).mfal(),
+                                      &duration, &info, &err))
+    {}
+    ~Dmx() { zoflvd_delete(h); }
+    Dmx(const Dmx&) = delete;
+    Dmx& operator=(const Dmx&) = delete;
+
+    /// "scrn 224x184 61824; lpcm 44000x16 1 0 [codec data]" and so on, or "err -3".
+    std::string text() const
+    {
+        std::ostringstream out;
+        if (!h)
+            out << "err " << err;
+        for (int i = 0; h && i < info.strm_cnt; ++i) {
+            const ZOFLVD_SH& sh = h->sh[i];
+            const std::string fourcc(reinterpret_cast<const char*>(&sh.fourcc), 4);
+            out << (i ? "; " : "") << (fourcc[1] ? fourcc : std::to_string(sh.fourcc)) << " "
+                << sh.width << "x" << sh.height << " ";
+            if (sh.strm_type == 9)
+                out << sh.max_frm_size;
+            else
+                out << sh.channels << " " << sh.bit_rate;
+            if (sh.csd)
+                out << " [" << to_hex(Bytes(sh.csd, sh.csd + sh.csd_size)) << "]";
+            EXPECT_TRUE(info.codec[i] == sh.fourcc && info.strm_type[i] == sh.strm_type);
+            EXPECT_EQ(sh.valid, sh.strm_type == 8 || sh.fourcc ? 1 : 0);
+            EXPECT_TRUE(sh.strm_type == 9 ||
+                        (sh.byte_rate == sh.bit_rate / 8 && sh.max_frm_size == sh.bit_rate / 8));
+        }
+        return out.str();
+    }
+
+    MemFile file;
+    ZOFLVD_INFO info;
+    int err = 77;
+    ZOFLVD* h;
+};
+
+struct OpenCase {
+    Bytes file;
+    const char* expected; ///< Dmx::text()
+    const char* log;
+    int nth_alloc = -1; ///< this allocation fails
+    MemFile::Kind fault = MemFile::Any;
+};
+
+inline void run(const OpenCase& c)
+{
+    SCOPED_TRACE(std::string(c.expected) + " <- " + to_hex(c.file).substr(0, 300));
+    HeapFaults heap;
+    LogCapture log;
+    heap.fail(c.nth_alloc);
+    EXPECT_EQ(Dmx(c.file, 0, c.fault).text(), c.expected);
+    EXPECT_TRUE(log.is(lines(c.log)));
+    EXPECT_EQ(heap.live(), 0);
+}
+
+/// A stream of a demuxer of its own; the counts of the file start behind its open.
+struct Strm : Dmx {
+    explicit Strm(const Bytes& data, int indx = 0) : Dmx(data), s(zoflvds_open(h, indx, &err))
+    {
+        file.reset();
+    }
+    ~Strm() { zoflvds_close(s); }
+
+    /// Reads into a block of exactly `size` bytes, filled with EE; negative: asks for the length.
+    int read(int size = 4096)
+    {
+        const std::unique_ptr<uint8_t[]> buf(size < 0 ? nullptr : new uint8_t[size_t(size)]);
+        std::fill_n(buf.get(), std::max(size, 0), uint8_t{0xEE});
+        len = -77;
+        const int rc = zoflvds_get_frm(s, buf.get(), size, &len, &time, &next);
+        frame = buf ? Bytes(buf.get(), buf.get() + (rc == 0 ? len : size)) : Bytes();
+        return rc;
+    }
+
+    ZOFLVDS* s;
+    Bytes frame; ///< after a failure the whole block
+    int len = 0;
+    int64_t time = 0;
+    int64_t next = 0;
+};

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+/// @file
+/// Files told in short texts, and a stream handle over one without an open.
+#pragma once
+
+#include "tests/support/flv_builder.h"
+#include "tests/support/mem_file.h"
+#include "zoflv/dmx/zoflvd_priv.h"
+
+#include <sstream>
+#include <vector>
+
+/// Tags behind a file header: K a video keyframe, P another video frame, A audio, S a script, each
+/// with its time in ms and, behind a colon, a body size other than 2 bytes: "S0 K40 A40:900".
+inline FlvBuilder& add_tags(FlvBuilder& flv, const std::string& text)
+{
+    std::istringstream in(text);
+    for (std::string word; in >> word;) {
+        const size_t colon = word.find(':');
+        Bytes body(colon == std::string::npos ? 2 : std::stoul(word.substr(colon + 1)), 0xAA);
+        const char kind = word[0];
+        body[0] = kind == 'K' ? 0x17 : kind == 'P' ? 0x27 : kind == 'A' ? 0x2F : 2;
+        flv.tag(kind == 'A'   ? 8
+                : kind == 'S' ? 18
+                              : 9,
+                static_cast<uint32_t>(std::stoul(word.substr(1))), body);
+    }
+    return flv;
+}
+
+inline FlvBuilder short_file(const std::string& text)
+{
+    FlvBuilder flv;
+    return add_tags(flv.header(), text);
+}
+
+/// A stream of an unknown codec whose data begins behind the file header.
+struct BareStrm {
+    explicit BareStrm(const Bytes& bytes, uint8_t type = 9, int64_t duration = 0,
+                      const std::vector<ZOFLVD_KF>& index = {})
+        : file(bytes)
+    {
+        const auto size = static_cast<int64_t>(bytes.size());
+        s.magic = ZOFLVDS_MAGIC;
+        s.self = &s;
+        s.mfal = *file.mfal();
+        s.fh = file.seek(13).fh();
+        s.fetch_tag = 1;
+        s.sh.strm_type = type;
+        s.sh.duration = duration;
+        s.sh.first_tag_pos = s.sh.data_start = 13;
+        s.sh.data_len = size - 13;
+        s.sh.file_size = size;
+        zoflvd_mblk_ctor(&s.idx, sizeof(ZOFLVD_KF));
+        for (const ZOFLVD_KF& kf : index)
+            EXPECT_EQ(zoflvd_mblk_elem_add(&s.idx, &kf), 0);
+    }
+    ~BareStrm() { zoflvd_mblk_dtor(&s.idx); }
+
+    int seek(int64_t target, int mode) { return zoflvds_seek(&s, &target, &out, mode); }
+    int seek(int mode) { return zoflvds_seek(&s, nullptr, &out, mode); }
+    int read()
+    {
+        uint8_t buf[4096];
+        return zoflvds_get_frm(&s, buf, sizeof buf, &len, &time, nullptr);
+    }
+
+    MemFile file;
+    ZOFLVDS s{};
+    int64_t out = -77; ///< the time that a seek gave
+    int64_t time = 0;  ///< of the frame read
+    int len = 0;
+};
