@@ -174,7 +174,6 @@ ZOFLVDS* ZoFLVDSF::openStream(int index)
     int32_t slot = mStreamCount;
     if (slot >= capacity) {
         for (slot = 0; slot < capacity; ++slot) {
-            // Acquire: the stream that stood there is closed.
             if (!__atomic_load_n(&mStreams[slot], __ATOMIC_ACQUIRE))
                 break;
         }
@@ -192,13 +191,14 @@ ZOFLVDS* ZoFLVDSF::openStream(int index)
 
 void ZoFLVDSF::closeStream(ZOFLVDS* stream)
 {
-    zoflvds_close(stream);
+    // Before the close: the address may be another stream's as soon as it is free.
     for (ZOFLVDS*& entry : mStreams) {
         ZOFLVDS* expected = stream;
         if (__atomic_compare_exchange_n(&entry, &expected, nullptr, false, __ATOMIC_RELEASE,
                                         __ATOMIC_RELAXED))
-            return;
+            break;
     }
+    zoflvds_close(stream);
 }
 
 // --------------------------------------------------------------- Extractor
@@ -773,6 +773,8 @@ media_status_t ZoFLVSource::read(MediaBufferHelper** out, const ReadOptions* opt
         mBuffer = nullptr;
         return AMEDIA_ERROR_UNKNOWN;
     }
+    check(mBuffer != nullptr, "!(mBuffer != NULL)",
+          "libextractor/zoflv_extractor:1079 CHECK(mBuffer != NULL) failed.");
     if (options) {
         const media_status_t status = seek(*options);
         if (status != AMEDIA_OK) {
@@ -834,8 +836,6 @@ media_status_t ZoFLVSource::readFrame(MediaBufferHelper** out)
                             static_cast<long long>(mCurrtime), rc);
         return AMEDIA_ERROR_IO;
     }
-    check(mBuffer != nullptr, "!(mBuffer != NULL)",
-          "libextractor/zoflv_extractor:1079 CHECK(mBuffer != NULL) failed.");
     mBuffer->set_range(0, static_cast<size_t>(frm_len));
     mCurrtime = time / ticks_per_us;
     AMediaFormat* meta = mBuffer->meta_data();

@@ -1380,9 +1380,12 @@ int search_near(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
     int64_t start = zoflv_sub_sat(seek.entry.pos, window_size);
     if (start < 0)
         start = 0;
+    ZOFLVD_TAG found = {};
     for (int round = 0; round < rounds; ++round, start = zoflv_add_sat(start, round_step)) {
-        ZOFLVD_TAG found = {};
-        if (zoflv_file_setpos(&s->mfal, s->fh, start) != 0 ||
+        if (zoflv_file_setpos(&s->mfal, s->fh, start) != 0)
+            return keytag_fail(__LINE__);
+        // The first tag from an earlier start is the first from this one, unless it lies before it.
+        if ((round == 0 || found.pos < start) &&
             zoflvds_seek_bytestream_tag(&s->mfal, s->fh, window, start, s->sh.file_size, &found) !=
                 ZOFLV_OK)
             return keytag_fail(__LINE__);

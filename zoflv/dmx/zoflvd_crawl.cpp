@@ -278,11 +278,12 @@ void init_stream(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const ZOFLVDS* st
 int init_time(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* target,
               const ZOFLVDS* strm, const Rule& video, const Rule& audio)
 {
+    const int64_t time = *target; // may stand in the record itself, as the start tag
     init_stream(crawl, start, strm);
     if (crawl->strm_type != ZOFLV_TAG_VIDEO && crawl->strm_type != ZOFLV_TAG_AUDIO)
         return fail(__LINE__);
     crawl->saved = crawl->cur;
-    crawl->target = *target;
+    crawl->target = time;
     apply(crawl, crawl->strm_type == ZOFLV_TAG_VIDEO ? video : audio);
     return ZOFLV_OK;
 }
@@ -326,13 +327,15 @@ int zoflvd_crawl_init_find_duration(ZOFLVD_CRAWL* crawl, const _ZOCMN_MFAL* mfal
                                     const int64_t* pos_max)
 {
     const ZOFLVD_TAG from = *start;
+    const int64_t min = *pos_min;
+    const int64_t max = *pos_max;
     *crawl = ZOFLVD_CRAWL{};
     crawl->mfal = mfal;
     crawl->fh = fh;
     crawl->strm_type = from.type;
     crawl->cur = from;
-    crawl->pos_min = *pos_min;
-    crawl->pos_max = *pos_max;
+    crawl->pos_min = min;
+    crawl->pos_max = max;
     apply(crawl, any_forw);
     return ZOFLV_OK;
 }
