@@ -5,8 +5,7 @@
 # damaged files. TEMP is emptied. A sanitizer's report fails the test by its lines on stderr.
 set -u
 zoflv=$1 samples=$2 tmp=$3 failed=0 shown=
-rm -rf "$tmp" && mkdir -p "$tmp/folder" && mkfifo "$tmp/pipe" || exit 1
-printf '%s\n' 'file(READ "${F}" t)' 'string(JSON n LENGTH "${t}")' 'message("count=${n}")' >"$tmp/json.cmake"
+rm -rf "$tmp" && mkdir -p "$tmp/folder" && mkfifo "$tmp/pipe" && : >"$tmp/json" || exit 1
 
 fail() { echo "FAIL: $shown: $*" >&2; head -n 9 "$tmp/err" >&2; failed=$((failed + 1)); [ $failed -lt 9 ] || exit 1; }
 
@@ -15,44 +14,62 @@ expect() {
     codes=$1; shift; shown=$*
     timeout 60 "$zoflv" "$@" >"$tmp/out" 2>"$tmp/err"; code=$?
     case " $codes " in *" $code "*) ;; *) fail "exit code $code, not $codes" ;; esac
-    if [ $code -eq 0 ]; then
-        [ ! -s "$tmp/err" ] || fail "messages although all went well"
-    elif [ ! -s "$tmp/err" ] || grep -qv '^zoflv: [^:]*: .' "$tmp/err"; then
-        fail "no message, or one that is not the command's"
-    fi
-    case " $* " in *" --json "*) ;; *) return ;; esac
-    # Every line has to be one whole JSON value; cmake reads them as an array.
-    { echo '['; sed '$!s/$/,/' "$tmp/out"; echo ']'; } >"$tmp/array"
-    lines=$(wc -l <"$tmp/out")
-    cmake -DF="$tmp/array" -P "$tmp/json.cmake" 2>&1 | grep -qx "count=$lines" || fail "broken JSON"
+    if [ $code -eq 0 ] && [ -s "$tmp/err" ]; then fail "messages although all went well"; fi
+    [ $code -eq 0 ] || [ -s "$tmp/err" ] || fail "no message"
+    ! grep -qv '^zoflv: [^:]*: .' "$tmp/err" || fail "a message that is not the command's"
+    case " $* " in *" --json "*) cat "$tmp/out" >>"$tmp/json" ;; esac
 }
-
-# damaged CODES: those that bad.flv may give: never that of a file that cannot be opened.
-damaged() { for c in "info --json" "frames --json" info; do expect "$1" $c "$tmp/bad.flv"; done; }
+# holds TEXT: the output of the last run has it; told TEXT: its messages have.
+holds() { grep -q -- "$1" "$tmp/out" || fail "no \"$1\" in the output"; }
+told() { grep -q -- "$1" "$tmp/err" || fail "no message \"$1\""; }
 
 for sample in "$samples"/*.flv; do
-    expect 0 info --json "$sample"; expect 0 frames --json "$sample"; expect 0 frames -v "$sample"
-    for length in 300 1000 5000; do
-        head -c $length "$sample" >"$tmp/bad.flv"; damaged "0 1"
-    done
+    name=$tmp/$(basename "$sample" .flv)
+    expect 0 frames -v --demuxer "$sample"; expect 0 seek --json --mode all "$sample" 0 1.2 0:00:02.5 1:00:00
+    # What comes through the plugin is what the demuxer reads, but for the unit of time.
+    expect 0 frames --json "$sample"
+    sed 's/"track"/"stream"/; s/_us":\([1-9][0-9]*\),"dur/_us":\10,"dur/; s/"time_us"/"time"/
+        s/"duration_us":[a-z0-9]*,"size"/"length"/' "$tmp/out" >"$name.plugin"
+    expect 0 frames --demuxer --json "$sample"
+    sed 's/"next_time":[0-9]*,//' "$tmp/out" | cmp - "$name.plugin" || fail "the plugin's frames differ"
+    for cut in 300 1000 5000; do head -c $cut "$sample" >"$name.$cut.bad"; done
     for start in 13 40 400; do
-        cp "$sample" "$tmp/bad.flv"
-        printf '\377\177\000\200\377\377\377\012' |
-            dd of="$tmp/bad.flv" bs=1 seek=$start conv=notrunc 2>"$tmp/err"
-        damaged "0 1"
+        cp "$sample" "$name.at$start.bad" && printf '\377\177\000\200\377\377\377\012' | dd of="$name.at$start.bad" bs=1 seek=$start conv=notrunc 2>"$tmp/err"
     done
+    for bad in "$name".300.bad "$name".1000.bad "$name".at400.bad; do expect "0 1" frames --json "$bad"; done
+    for bad in "$name".5000.bad "$name".at40.bad; do expect "0 1" seek --json --mode all "$bad" 0 0.5 1; done
     # Without the last PreviousTagSize the last frame cannot be read; a listing has to say so.
-    head -c -4 "$sample" >"$tmp/bad.flv"; expect 1 frames --json "$tmp/bad.flv"
+    head -c -4 "$sample" >"$name.bad"; expect 1 frames --json "$name.bad"; told "reading ended behind"
 done
-for length in 0 3 8 13 30; do head -c $length "$sample" >"$tmp/bad.flv"; damaged 1; done
-head -c 4000 /dev/zero >"$tmp/bad.flv"; damaged 1
-expect 2 info --json "$tmp/bad.flv" "$sample" "$tmp/none" # the worst code; the sound one is shown
+for length in 0 3 8 13 30; do
+    head -c $length "$sample" >"$tmp/bad"; for c in info frames "frames --demuxer"; do expect 1 $c --json "$tmp/bad"; done
+done
+expect 1 info "$tmp"/*.bad; expect 0 info "$samples"/*.flv; holds "codec not supported by the device"
+expect 1 info --json "$tmp"/*.bad; expect 0 info --json "$samples"/*.flv; holds '"framework":{"name":"ZoFLVExtractor"'
+expect 2 info --json "$tmp/bad" "$sample" "$tmp/none" # the worst code; the sound one is shown
 [ "$(wc -l <"$tmp/out")" -eq 1 ] && [ "$(wc -l <"$tmp/err")" -eq 2 ] || fail "not one and two lines"
+
+expect 0 seek --json --mode all --track 1 "$samples/avc_aac_index.flv" 2.6
+[ "$(sed 's/.*"landed_us":\([0-9]*\),.*"reads":\([0-9]*\),.*/\1 \2/' "$tmp/out" | tr '\n' ' ')" = \
+    "2000000 1 3000000 1 3000000 1 2000000 1 " ] || fail "other landings or costs"
+# A picture of 4096 x 2304 pixels in H.263.
+printf 'FLV\1\1\0\0\0\011\0\0\0\0\011\0\0\022\0\0\0\0\0\0\0\022\0\0\200\0\210\0\004\200\010\0\0\0\0\0\0\0\0\0\0\0\0\035' \
+    >"$tmp/large"; expect 0 info "$tmp/large"; holds "picture larger than the device's limit"
+{ # two frames of PCM, the second larger than the track's buffer
+    printf 'FLV\1\4\0\0\0\011\0\0\0\0\010\0\0\002\0\0\0\0\0\0\0\066\1\0\0\0\015\010\011\0\0\0\0\0\0\0\0\0\066'
+    head -c 589823 /dev/zero; printf '\0\011\0\013'
+} >"$tmp/long"; expect 1 frames --json "$tmp/long"; told "ended behind 1 frames: input/output error: larger"
 for path in "$tmp/folder" "$tmp/pipe" "$tmp/none" "$tmp/a
-b"; do expect 2 info "$path"; expect 2 frames --json "$path"; done
-expect 0 --version; expect 0 --help; expect 0 frames --help
-for usage in "" bogus info frames "frames $sample --stream 1" "frames $sample --stream x" "info -x $sample"; do
+b"; do for c in info frames "frames --demuxer"; do expect 2 $c "$path"; done; expect 2 seek "$path" 1; done
+expect 0 frames --demuxer --plugin "$tmp/none" "$sample"; expect 2 info --plugin "$sample" "$sample"; told "cannot be loaded"
+for good in --version --help "seek --help"; do expect 0 $good; done
+for usage in "" bogus info frames "frames $sample --stream 0" "frames $sample --track 1" "info -x $sample" "seek $sample" \
+    "seek $sample 1:60" "seek $sample 1 --mode x" "seek $sample 300000000" "frames $sample --plugin $tmp/none"; do
     expect 2 $usage # split into words
 done
 "$zoflv" frames "$sample" >/dev/full 2>"$tmp/err"; [ $? -eq 2 ] || fail "full disk not noticed"
+# Every JSON line has to be one whole value; cmake reads them as an array.
+{ echo '['; sed '$!s/$/,/' "$tmp/json"; echo ']'; } >"$tmp/array"
+printf '%s\n' 'file(READ "${F}" t)' 'string(JSON n LENGTH "${t}")' 'message("count=${n}")' >"$tmp/json.cmake"
+cmake -DF="$tmp/array" -P "$tmp/json.cmake" 2>&1 | grep -qx "count=$(wc -l <"$tmp/json")" || fail "broken JSON"
 exit $((failed > 0))

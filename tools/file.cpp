@@ -3,36 +3,65 @@
 
 #include "tools/output.h"
 
+#include <zoflv_host/extractor.h>
+
 #include <new>
+#include <numeric>
+
+namespace {
+
+std::string words(int code)
+{
+    switch (code) {
+    case ZOFLV_OK: // of an open that failed all the same
+        return "no stream found";
+    case ZOFLV_ERR_FORMAT:
+        return "invalid content";
+    case ZOFLV_ERR_BUFSIZE:
+        return "larger than the buffer for it";
+    case ZOFLV_ERR_MALLOC:
+        return "out of memory";
+    case ZOFLV_ERR_FILEIO:
+        return "it cannot be read where it must be";
+    default:
+        return textf("code %d", code);
+    }
+}
+
+} // namespace
 
 std::string reason(int code, const LogTap& log)
 {
-    std::string text = textf("code %d", code);
-    switch (code) {
-    case ZOFLV_OK: // of an open that failed all the same
-        text = "no stream found";
-        break;
-    case ZOFLV_ERR_FORMAT:
-        text = "invalid content";
-        break;
-    case ZOFLV_ERR_MALLOC:
-        text = "out of memory";
-        break;
-    case ZOFLV_ERR_FILEIO:
-        text = "it cannot be read where it must be";
-        break;
-    default:
-        break;
-    }
+    const bool status = code <= AMEDIA_ERROR_UNKNOWN;
+    std::string text =
+        status ? zoflv_host::status_text(static_cast<media_status_t>(code)) : words(code);
+    if (status && log.plugin_code() != 0)
+        text += ": " + words(log.plugin_code());
     return log.first_error().empty() ? text : text + " (" + log.first_error() + ")";
 }
 
-FlvFile::FlvFile(const std::string& path, LogTap& log) : m_log(log)
+std::unique_ptr<zoflv_host::DataSource> open_source(const std::string& path)
 {
     std::string why;
-    m_source = zoflv_host::FileDataSource::open(path, &why);
-    if (!m_source)
+    std::unique_ptr<zoflv_host::DataSource> source = zoflv_host::FileDataSource::open(path, &why);
+    if (!source)
         throw Failure(EXIT_USAGE, "cannot be opened: " + why);
+    return source;
+}
+
+std::vector<int> select_numbers(const char* what, int wanted, int count)
+{
+    if (wanted >= count)
+        throw Failure(EXIT_USAGE, textf("no %s %d, the file has %d", what, wanted, count));
+    if (wanted >= 0)
+        return {wanted};
+    std::vector<int> all(static_cast<size_t>(count));
+    std::iota(all.begin(), all.end(), 0);
+    return all;
+}
+
+FlvFile::FlvFile(const std::string& path, LogTap& log) : m_log(log), m_source(open_source(path))
+{
     m_helper = std::make_unique<android::DataSourceHelper>(m_source->record());
     if (zocmn_mfal_init(&m_mfal, m_helper.get()) != ZOFLV_OK)
         throw std::bad_alloc();
@@ -52,16 +81,20 @@ int64_t FlvFile::size() const
     return size;
 }
 
-Metadata::Metadata(const FlvFile& file)
+std::shared_ptr<const ZOFLVD_METADATA> read_metadata(const FlvFile& file)
 {
     constexpr int64_t data_offset_pos = 5; // DataOffset's place in the file header
+    const std::shared_ptr<ZOFLVD_METADATA> metadata(new ZOFLVD_METADATA(), [](ZOFLVD_METADATA* m) {
+        zoflvd_metadata_deinit(m);
+        delete m;
+    });
     uint8_t field[4] = {};
     _ZOCMN_MFAL mfal = file.mfal();
-    void* fh = mfal.open(&mfal, 0);
+    const std::unique_ptr<void, void (*)(void*)> fh(mfal.open(&mfal, 0), mfal.close);
     if (!fh)
         throw std::bad_alloc();
-    if (zoflv_file_setpos(&mfal, fh, data_offset_pos) == 0 &&
-        mfal.read(fh, field, sizeof field) == sizeof field) {
+    if (zoflv_file_setpos(&mfal, fh.get(), data_offset_pos) == 0 &&
+        mfal.read(fh.get(), field, sizeof field) == sizeof field) {
         const uint32_t data_offset = uint32_t{field[0]} << 24 | uint32_t{field[1]} << 16 |
                                      uint32_t{field[2]} << 8 | field[3];
         const int64_t first_tag = data_offset + 4; // behind PreviousTagSize0, modulo 2^32
@@ -69,13 +102,8 @@ Metadata::Metadata(const FlvFile& file)
         // The open has logged all this once.
         const bool shown = file.log().shown();
         file.log().show(false);
-        zoflvd_metadata_init(&mfal, fh, &first_tag, &m_record, &behind);
+        zoflvd_metadata_init(&mfal, fh.get(), &first_tag, metadata.get(), &behind);
         file.log().show(shown);
     }
-    mfal.close(fh);
-}
-
-Metadata::~Metadata()
-{
-    zoflvd_metadata_deinit(&m_record);
+    return metadata;
 }

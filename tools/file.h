@@ -13,12 +13,22 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 constexpr int FLV_TYPE_AUDIO = 8; ///< stream types of ZOFLVD_INFO
 constexpr int FLV_TYPE_VIDEO = 9;
 
-/// What went wrong, for a message: the demuxer's result code in words, and the error it logged.
+/// What went wrong, for a message: the code in words, and the error that was logged.
+/// @param code  a result code of the demuxer or a status of the plugin
 std::string reason(int code, const LogTap& log);
+
+/// Throws Failure when the file cannot be opened.
+std::unique_ptr<zoflv_host::DataSource> open_source(const std::string& path);
+
+/// The numbers from 0 to `count` - 1, or only the one that is wanted; -1 wants all. Throws Failure
+/// when it is not among them.
+/// @param what  "stream" or "track"
+std::vector<int> select_numbers(const char* what, int wanted, int count);
 
 /// Owns everything from the file to the demuxer handle.
 class FlvFile {
@@ -26,6 +36,8 @@ public:
     /// Throws Failure when the file cannot be opened or is not readable as FLV.
     /// @param log  gives the reason of a failure and outlives the file
     FlvFile(const std::string& path, LogTap& log);
+    FlvFile(const FlvFile&) = delete;
+    FlvFile& operator=(const FlvFile&) = delete;
 
     ZOFLVD* handle() const { return m_handle.get(); }
     const ZOFLVD_INFO& info() const { return m_info; }
@@ -34,36 +46,16 @@ public:
     int64_t size() const; ///< bytes
 
 private:
-    struct Mfal : _ZOCMN_MFAL {
-        Mfal() : _ZOCMN_MFAL{} {}
-        ~Mfal() { zocmn_mfal_deinit(this); }
-        Mfal(const Mfal&) = delete;
-        Mfal& operator=(const Mfal&) = delete;
-    };
-    struct Delete {
-        void operator()(ZOFLVD* h) const { zoflvd_delete(h); }
-    };
-
     // Each member uses those above it.
     LogTap& m_log;
     std::unique_ptr<zoflv_host::DataSource> m_source;
     std::unique_ptr<android::DataSourceHelper> m_helper;
-    Mfal m_mfal;
+    _ZOCMN_MFAL m_mfal{};
+    std::unique_ptr<_ZOCMN_MFAL, void (*)(_ZOCMN_MFAL*)> m_mfal_owner{&m_mfal, zocmn_mfal_deinit};
     ZOFLVD_INFO m_info{};
-    std::unique_ptr<ZOFLVD, Delete> m_handle;
+    std::unique_ptr<ZOFLVD, void (*)(ZOFLVD*)> m_handle{nullptr, zoflvd_delete};
 };
 
 /// The values of the file's `onMetaData`, which the demuxer decodes but does not hand out: decoded
 /// here once more. All zero when there are none.
-class Metadata {
-public:
-    explicit Metadata(const FlvFile& file);
-    ~Metadata();
-    Metadata(const Metadata&) = delete;
-    Metadata& operator=(const Metadata&) = delete;
-
-    const ZOFLVD_METADATA& record() const { return m_record; }
-
-private:
-    ZOFLVD_METADATA m_record{};
-};
+std::shared_ptr<const ZOFLVD_METADATA> read_metadata(const FlvFile& file);

@@ -5,130 +5,149 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 
 namespace {
 
-/// The error that an AVC tag without payload leaves. It ends a stream, but is no damage where it is
-/// the last: encoders write their end-of-sequence tag so.
-constexpr char empty_avc_tag[] = "assert!, [zoflv/dmx/zoflvd: 982]";
-
 struct Frame {
-    int length;
-    int64_t time, next_time; ///< 100-ns units
+    const uint8_t* data; ///< until the next read
+    size_t size;
+    int64_t time;
+    std::optional<int64_t> next; ///< as the layout says
 };
 
-/// Reads one stream, frame by frame.
-class FrameReader {
-public:
-    FrameReader(const FlvFile& file, int stream) : m_log(file.log())
-    {
-        m_log.reset();
-        int rc = ZOFLV_ERR_FAIL;
-        m_stream.reset(zoflvds_open(file.handle(), stream, &rc));
-        if (!m_stream)
-            throw Failure(EXIT_BAD_FILE,
-                          textf("stream %d cannot be opened: ", stream) + reason(rc, m_log));
-    }
+/// What a listing shows, and under which names.
+struct Layout {
+    const char *stream, *time, *next, *size;
+    const char* next_heading;
+    int64_t ticks; ///< 100-ns units in a unit of time
+};
+constexpr Layout demuxer_layout = {"stream", "time", "next_time", "length", "next (s)", 1};
+constexpr Layout plugin_layout = {"track", "time_us", "duration_us", "size", "duration (s)", 10};
 
-    /// The next frame's bytes are then in data(). Returns the demuxer's code.
-    int read(Frame* frame)
-    {
-        int rc = zoflvds_get_frm(m_stream.get(), nullptr, 0, &frame->length, nullptr, nullptr);
+/// Reads the next frame of a stream or track. Returns ZOFLV_OK, ZOFLV_EOF at the end of the stream,
+/// or what reason() explains.
+using ReadFrame = std::function<int(Frame* frame)>;
+
+/// A stream, as the demuxer reads it.
+ReadFrame stream_reader(const FlvFile& file, int index)
+{
+    LogTap& log = file.log();
+    log.reset();
+    int error = ZOFLV_ERR_FAIL;
+    const std::shared_ptr<ZOFLVDS> stream(zoflvds_open(file.handle(), index, &error),
+                                          zoflvds_close);
+    if (!stream)
+        throw Failure(EXIT_BAD_FILE,
+                      textf("stream %d cannot be opened: ", index) + reason(error, log));
+    return [&log, stream, buffer = std::vector<uint8_t>(1)](Frame* frame) mutable {
+        log.step();
+        int length = 0;
+        int rc = zoflvds_get_frm(stream.get(), nullptr, 0, &length, nullptr, nullptr);
         if (rc != ZOFLV_OK)
             return rc;
-        m_buffer.resize(std::max({m_buffer.size(), static_cast<size_t>(frame->length), size_t{1}}));
-        // Errors are kept from here to the end of the next call's query: what the look ahead at the
-        // end of this read runs into shows as the end of the stream only then.
-        m_log.reset();
-        return zoflvds_get_frm(m_stream.get(), m_buffer.data(), static_cast<int>(m_buffer.size()),
-                               &frame->length, &frame->time, &frame->next_time);
-    }
-
-    const uint8_t* data() const { return m_buffer.data(); }
-
-    /// Why the read that gave `rc` ended the stream; empty at its ordinary end.
-    std::string trouble(int rc)
-    {
-        bool passed = false;
-        while (rc == ZOFLV_EOF && m_log.first_error() == empty_avc_tag) {
-            passed = true;
-            m_log.reset();
-            int length = 0;
-            rc = zoflvds_get_frm(m_stream.get(), nullptr, 0, &length, nullptr, nullptr);
-        }
-        if (rc == ZOFLV_EOF && m_log.first_error().empty())
-            return {};
-        if (passed && rc == ZOFLV_OK)
-            return "an AVC tag without payload, with more behind it";
-        return rc == ZOFLV_EOF ? m_log.first_error() : reason(rc, m_log);
-    }
-
-private:
-    struct Close {
-        void operator()(ZOFLVDS* s) const { zoflvds_close(s); }
+        buffer.resize(std::max(buffer.size(), static_cast<size_t>(length)));
+        int64_t next_time = 0;
+        rc = zoflvds_get_frm(stream.get(), buffer.data(), static_cast<int>(buffer.size()), &length,
+                             &frame->time, &next_time);
+        frame->data = buffer.data();
+        frame->size = static_cast<size_t>(length);
+        frame->next = next_time;
+        return rc;
     };
-    LogTap& m_log;
-    std::unique_ptr<ZOFLVDS, Close> m_stream;
-    std::vector<uint8_t> m_buffer;
-};
+}
 
-void print_frame(int stream, int64_t index, const Frame& frame, uint32_t crc, bool json)
+/// A track, as the framework reads it.
+ReadFrame track_reader(zoflv_host::Extractor& extractor, int index, LogTap& log)
 {
-    const std::string crc_text = textf("%08x", crc);
+    const std::shared_ptr<zoflv_host::Track> track = start_track(extractor, index, log);
+    const auto sample = std::make_shared<zoflv_host::Sample>();
+    return [&log, track, sample](Frame* frame) -> int {
+        sample->release(); // the track has one buffer
+        log.step();
+        zoflv_host::ReadResult result = track->read();
+        if (result.status == AMEDIA_ERROR_END_OF_STREAM)
+            return ZOFLV_EOF;
+        if (!result.sample)
+            return result.status == AMEDIA_OK ? AMEDIA_ERROR_UNKNOWN : result.status;
+        *sample = std::move(result.sample);
+        *frame = {sample->data(), sample->size(), sample->time_us().value_or(0),
+                  sample->duration_us()};
+        return ZOFLV_OK;
+    };
+}
+
+/// Why the read that gave `rc` ended the stream; empty at its ordinary end. That includes an AVC
+/// tag without payload behind the last frame: encoders write their end-of-sequence tag so.
+std::string trouble(const ReadFrame& read, int rc, LogTap& log)
+{
+    bool passed = false;
+    while (rc == ZOFLV_EOF && log.empty_avc_tag()) {
+        passed = true;
+        log.reset();
+        Frame frame{};
+        rc = read(&frame);
+    }
+    if (passed && rc == ZOFLV_OK)
+        return "an AVC tag without payload, with more behind it";
+    return rc == ZOFLV_EOF ? log.first_error() : reason(rc, log);
+}
+
+void print_frame(const Layout& layout, int stream, int64_t index, const Frame& frame, bool json)
+{
+    const uLong crc = crc32_z(0, frame.data, frame.size);
+    const std::string crc_text = textf("%08lx", crc);
     if (json)
-        put_line({{"stream", stream},
+        put_line({{layout.stream, stream},
                   {"index", index},
-                  {"time", frame.time},
-                  {"next_time", frame.next_time},
-                  {"length", frame.length},
+                  {layout.time, frame.time},
+                  {layout.next, frame.next ? Json(*frame.next) : Json(nullptr)},
+                  {layout.size, frame.size},
                   {"crc32", crc_text}});
     else
-        put(textf("%6d %8lld %16s %16s %10d  %s\n", stream, static_cast<long long>(index),
-                  seconds(frame.time).c_str(), seconds(frame.next_time).c_str(), frame.length,
+        put(textf("%6d %8lld %16s %16s %10zu  %s\n", stream, static_cast<long long>(index),
+                  seconds(frame.time * layout.ticks).c_str(),
+                  frame.next ? seconds(*frame.next * layout.ticks).c_str() : "-", frame.size,
                   crc_text.c_str()));
 }
 
 /// Prints the frames of one stream. Throws Failure where reading ends before the stream does.
-void list_frames(const FlvFile& file, int stream, bool json)
+void list_frames(const ReadFrame& read, const Layout& layout, int stream, bool json, LogTap& log)
 {
-    FrameReader reader(file, stream);
     int64_t count = 0;
     Frame frame{};
     int rc = ZOFLV_OK;
-    for (; (rc = reader.read(&frame)) == ZOFLV_OK; ++count) {
-        const uLong crc = crc32(0, reader.data(), static_cast<uInt>(frame.length));
-        print_frame(stream, count, frame, static_cast<uint32_t>(crc), json);
-    }
-    const std::string trouble = reader.trouble(rc);
-    if (!trouble.empty())
-        throw Failure(EXIT_BAD_FILE, textf("stream %d: reading ended behind %lld frames: %s",
-                                           stream, static_cast<long long>(count), trouble.c_str()));
+    for (; (rc = read(&frame)) == ZOFLV_OK; ++count)
+        print_frame(layout, stream, count, frame, json);
+    const std::string why = trouble(read, rc, log);
+    if (!why.empty())
+        throw Failure(EXIT_BAD_FILE, textf("%s %d: reading ended behind %lld frames: ",
+                                           layout.stream, stream, static_cast<long long>(count)) +
+                                         why);
 }
 
 } // namespace
 
-int run_frames(const FramesOptions& options, LogTap& log)
+int run_frames(const FramesOptions& options, const PluginPtr& plugin, LogTap& log)
 {
-    int worst = EXIT_FINE;
-    const FlvFile file(options.file, log);
-    const int count = file.info().strm_cnt;
-    if (options.stream >= count)
-        throw Failure(EXIT_USAGE, textf("no stream %d, the file has %d", options.stream, count));
+    std::unique_ptr<const FlvFile> file;
+    ExtractorPtr extractor;
+    if (options.demuxer)
+        file = std::make_unique<FlvFile>(options.file, log);
+    else
+        extractor = open_extractor(plugin, options.file, log);
+    const Layout& layout = file ? demuxer_layout : plugin_layout;
+    const int count = file ? file->info().strm_cnt : static_cast<int>(extractor->count_tracks());
+    const auto chosen = select_numbers(layout.stream, file ? options.stream : options.track, count);
     if (!options.json)
-        put(textf("%6s %8s %16s %16s %10s  %s\n", "stream", "index", "time (s)", "next (s)",
-                  "length", "crc32"));
-    for (int i = 0; i < count; ++i) {
-        if (options.stream >= 0 && options.stream != i)
-            continue;
-        try {
-            list_frames(file, i, options.json);
-        } catch (const OutputFailure&) {
-            throw;
-        } catch (const Failure& failure) { // the other stream may be sound
-            complain(options.file, failure.what());
-            worst = std::max<int>(worst, failure.code());
-        }
-    }
+        put(textf("%6s %8s %16s %16s %10s  %s\n", layout.stream, "index", "time (s)",
+                  layout.next_heading, layout.size, "crc32"));
+    int worst = EXIT_FINE;
+    for (const int i : chosen) // behind one that is damaged the other may be sound
+        attempt(&worst, options.file, [&] {
+            list_frames(file ? stream_reader(*file, i) : track_reader(*extractor, i, log), layout,
+                        i, options.json, log);
+        });
     return worst;
 }

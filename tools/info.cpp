@@ -4,54 +4,13 @@
 
 #include <algorithm>
 #include <cstring>
-#include <initializer_list>
-#include <new>
+#include <type_traits>
 #include <utility>
+#include <zodevice/zo_media_formats.h>
 
 namespace {
 
-/// One value, for programs and for people.
-struct Field {
-    const char* key;
-    Json json;
-    std::string text; ///< empty: not worth showing
-};
-using Fields = std::vector<Field>;
-
-Json to_json(const Fields& fields)
-{
-    Json object = Json::object();
-    for (const Field& field : fields)
-        object[field.key] = field.json;
-    return object;
-}
-
-void print_fields(const std::string& title, const Fields& fields)
-{
-    put("  " + title + '\n');
-    bool any = false;
-    for (const Field& field : fields) {
-        if (field.text.empty())
-            continue;
-        std::string label = field.key;
-        std::replace(label.begin(), label.end(), '_', ' ');
-        put(textf("    %-24s", label.c_str()) + field.text + '\n');
-        any = true;
-    }
-    if (!any)
-        put("    none\n");
-}
-
-Field number(const char* key, int64_t value, const char* unit)
-{
-    const auto printed = static_cast<long long>(value);
-    return {key, value, textf("%lld%s%s", printed, *unit ? " " : "", unit)};
-}
-
-Field time_if(bool known, const char* key, int64_t ticks)
-{
-    return {key, known ? Json(ticks) : Json(nullptr), known ? seconds(ticks) + " s" : ""};
-}
+// ------------------------------------------------------------ For programs
 
 std::string codec_name(uint32_t code)
 {
@@ -69,139 +28,96 @@ std::string codec_name(uint32_t code)
     }
 }
 
-Fields file_fields(const FlvFile& file)
+Json container_json(const FlvFile& file)
 {
     const ZOFLVD_INFO& info = file.info();
-    Fields fields = {number("size", file.size(), "bytes"),
-                     time_if(true, "duration", info.duration)};
-    if (info.duration == 0)
-        fields.back().text = "unknown";
-    fields.push_back({"seekable", info.seekable != 0, info.seekable != 0 ? "yes" : "no"});
-    Field regions{"regions", Json::array(), ""};
+    Json regions = Json::array();
     for (int i = 0; i < info.region_cnt; ++i) {
         const ZOFLVD_REGION& r = info.region[i];
-        regions.json.push_back({{"type", r.type}, {"pos", r.pos}, {"size", r.size}});
-        regions.text += textf("%s%lld bytes at %lld", i > 0 ? ", " : "",
-                              static_cast<long long>(r.size), static_cast<long long>(r.pos));
+        regions.push_back({{"type", r.type}, {"pos", r.pos}, {"size", r.size}});
     }
-    fields.push_back(std::move(regions));
-    return fields;
+    return {{"size", file.size()},
+            {"duration", info.duration},
+            {"seekable", info.seekable != 0},
+            {"regions", regions}};
 }
 
-/// The codec data whole for programs; for people in lines, and not without end: with MPEG audio it
-/// is a whole frame, with an unknown codec perhaps megabytes.
-Field codec_data(const FlvFile& file, int stream)
+/// Null when it is not available.
+Json codec_data_json(const FlvFile& file, int stream)
 {
-    constexpr size_t per_line = 24, shown = 10 * per_line;
     int size = 0;
     int rc = zoflvd_get_format(file.handle(), stream, nullptr, &size);
     std::vector<uint8_t> data(rc == ZOFLV_OK ? static_cast<size_t>(std::max(size, 0)) : 0);
     if (!data.empty())
         rc = zoflvd_get_format(file.handle(), stream, data.data(), &size);
-    if (rc != ZOFLV_OK)
-        return {"codec_data", nullptr, textf("not available (code %d)", rc)};
-
-    std::string text = data.empty() ? "none" : textf("%zu bytes", data.size());
-    for (size_t at = 0; at < std::min(data.size(), shown); at += per_line)
-        text += "\n      " + hex(&data[at], std::min(per_line, data.size() - at));
-    if (data.size() > shown)
-        text += "\n      ...";
-    return {"codec_data", hex(data.data(), data.size()), text};
+    return rc == ZOFLV_OK ? Json(hex(data.data(), data.size())) : Json(nullptr);
 }
 
-Fields stream_fields(const FlvFile& file, int stream)
+Json stream_json(const FlvFile& file, int stream)
 {
-    const ZOFLVD_INFO& info = file.info();
-    const bool video = info.strm_type[stream] == FLV_TYPE_VIDEO;
-    const uint32_t code = info.codec[stream];
-    const std::string name = codec_name(code);
-    Fields fields = {{"index", stream, ""},
-                     {"type", video ? "video" : "audio", ""},
-                     {"codec", name, textf("%s (0x%x)", name.c_str(), code)},
-                     {"codec_code", code, ""}};
-    const auto append = [&](int32_t valid, std::initializer_list<Field> more) {
-        fields.push_back({"recognised", valid != 0, valid != 0 ? "yes" : "no"});
-        fields.insert(fields.end(), more);
-    };
+    const bool video = file.info().strm_type[stream] == FLV_TYPE_VIDEO;
+    const uint32_t code = file.info().codec[stream];
+    Json object = {{"index", stream},
+                   {"type", video ? "video" : "audio"},
+                   {"codec", codec_name(code)},
+                   {"codec_code", code}};
     if (video) {
         ZOFLVD_INFO_VID v{};
         zoflvd_get_info_vid(file.handle(), stream, &v);
-        append(v.valid, {number("width", v.width, "pixels"), number("height", v.height, "pixels"),
-                         number("frame_rate", v.frame_rate, "frames/s"),
-                         number("frame_count", v.frm_cnt, "by the metadata"),
-                         number("byte_rate", v.byte_rate, "bytes/s"),
-                         number("max_frame_size", v.max_frm_size, "bytes")});
+        object.update({{"recognised", v.valid != 0},
+                       {"width", v.width},
+                       {"height", v.height},
+                       {"frame_rate", v.frame_rate},
+                       {"frame_count", v.frm_cnt},
+                       {"byte_rate", v.byte_rate},
+                       {"max_frame_size", v.max_frm_size}});
     } else {
         ZOFLVD_INFO_AUD a{};
         zoflvd_get_info_aud(file.handle(), stream, &a);
-        append(a.valid,
-               {number("sample_rate", a.sample_rate, "Hz"), number("channels", a.channels, ""),
-                number("bits_per_sample", a.bits_per_sample, "bits"),
-                number("bit_rate", a.bit_rate, "bits/s"),
-                number("byte_rate", a.byte_rate, "bytes/s"),
-                number("max_frame_size", a.max_frm_size, "bytes")});
+        object.update({{"recognised", a.valid != 0},
+                       {"sample_rate", a.sample_rate},
+                       {"channels", a.channels},
+                       {"bits_per_sample", a.bits_per_sample},
+                       {"bit_rate", a.bit_rate},
+                       {"byte_rate", a.byte_rate},
+                       {"max_frame_size", a.max_frm_size}});
     }
-    fields.push_back(codec_data(file, stream));
-    return fields;
+    object["codec_data"] = codec_data_json(file, stream);
+    return object;
 }
 
-constexpr struct {
-    const char* key;
-    uint8_t ZOFLVD_METADATA::*value;
-} metadata_flags[] = {
-    {"has_keyframes", &ZOFLVD_METADATA::has_keyframes},
-    {"has_video", &ZOFLVD_METADATA::has_video},
-    {"has_metadata", &ZOFLVD_METADATA::has_metadata},
-    {"has_cue_points", &ZOFLVD_METADATA::has_cue_points},
-    {"can_seek_to_end", &ZOFLVD_METADATA::can_seek_to_end},
-};
-
-constexpr struct {
-    const char* key;
-    double ZOFLVD_METADATA::*value;
-    const char* unit;
-} metadata_numbers[] = {
-    {"duration", &ZOFLVD_METADATA::duration, " s"},
-    {"last_timestamp", &ZOFLVD_METADATA::last_timestamp, " s"},
-    {"last_keyframe_timestamp", &ZOFLVD_METADATA::last_keyframe_timestamp, " s"},
-    {"file_size", &ZOFLVD_METADATA::file_size, " bytes"},
-    {"data_size", &ZOFLVD_METADATA::data_size, " bytes"},
-    {"video_codec_id", &ZOFLVD_METADATA::video_codec_id, ""},
-    {"width", &ZOFLVD_METADATA::width, " pixels"},
-    {"height", &ZOFLVD_METADATA::height, " pixels"},
-    {"frame_rate", &ZOFLVD_METADATA::frame_rate, " frames/s"},
-    {"video_data_rate", &ZOFLVD_METADATA::video_data_rate, " kbit/s"},
-    {"video_size", &ZOFLVD_METADATA::video_size, " bytes"},
-    {"audio_codec_id", &ZOFLVD_METADATA::audio_codec_id, ""},
-    {"audio_size", &ZOFLVD_METADATA::audio_size, " bytes"},
-    {"audio_data_rate", &ZOFLVD_METADATA::audio_data_rate, " kbit/s"},
-    {"audio_delay", &ZOFLVD_METADATA::audio_delay, " s"},
-};
-
-/// People see the values that are not zero: zero is also what an absent one decodes to.
-Fields metadata_fields(const FlvFile& file)
+/// JSON has no infinity and no NaN: such values become null.
+Json metadata_json(const FlvFile& file)
 {
-    const Metadata md(file);
-    Fields fields;
-    for (const auto& row : metadata_flags) {
-        const bool set = md.record().*row.value != 0;
-        fields.push_back({row.key, set, set ? "yes" : ""});
-    }
-    for (const auto& row : metadata_numbers) {
-        const double value = md.record().*row.value;
-        // JSON has no infinity and no NaN: they become null.
-        fields.push_back({row.key, value, value != 0 ? textf("%.15g%s", value, row.unit) : ""});
-    }
-    for (const auto& [key, count] :
-         {std::pair{"keyframe_count", md.record().keyframe_cnt},
-          std::pair{"filepositions_count", md.record().filepositions_cnt},
-          std::pair{"times_count", md.record().times_cnt}})
-        fields.push_back({key, count, count != 0 ? textf("%d", count) : ""});
-    return fields;
+    const auto metadata = read_metadata(file);
+    const ZOFLVD_METADATA& m = *metadata;
+    return {{"has_keyframes", m.has_keyframes != 0},
+            {"has_video", m.has_video != 0},
+            {"has_metadata", m.has_metadata != 0},
+            {"has_cue_points", m.has_cue_points != 0},
+            {"can_seek_to_end", m.can_seek_to_end != 0},
+            {"duration", m.duration},
+            {"last_timestamp", m.last_timestamp},
+            {"last_keyframe_timestamp", m.last_keyframe_timestamp},
+            {"file_size", m.file_size},
+            {"data_size", m.data_size},
+            {"video_codec_id", m.video_codec_id},
+            {"width", m.width},
+            {"height", m.height},
+            {"frame_rate", m.frame_rate},
+            {"video_data_rate", m.video_data_rate},
+            {"video_size", m.video_size},
+            {"audio_codec_id", m.audio_codec_id},
+            {"audio_size", m.audio_size},
+            {"audio_data_rate", m.audio_data_rate},
+            {"audio_delay", m.audio_delay},
+            {"keyframe_count", m.keyframe_cnt},
+            {"filepositions_count", m.filepositions_cnt},
+            {"times_count", m.times_cnt}};
 }
 
 /// @param trouble  receives the reason when the video stream could not be opened for its index
-Fields keyframe_fields(const FlvFile& file, std::string* trouble)
+Json keyframes_json(const FlvFile& file, std::string* trouble)
 {
     struct Entry { // as zoflvd_get_idx_table() lays them out
         uint32_t zero, unused;
@@ -225,68 +141,224 @@ Fields keyframe_fields(const FlvFile& file, std::string* trouble)
             table.clear();
     }
 
-    const int64_t first = table.empty() ? 0 : table.front().time;
-    const int64_t last = table.empty() ? 0 : table.back().time;
+    Json first, last, interval; // null
+    if (!table.empty()) {
+        first = table.front().time;
+        last = table.back().time;
+    }
     int64_t span = 0;
-    const bool has_span = table.size() > 1 && !__builtin_sub_overflow(last, first, &span);
-    if (has_span)
-        span /= static_cast<int64_t>(table.size() - 1);
-    return {{"count", table.size(), table.empty() ? "" : textf("%zu", table.size())},
-            time_if(!table.empty(), "first_time", first),
-            time_if(!table.empty(), "last_time", last),
-            time_if(has_span, "average_interval", span)};
+    if (table.size() > 1 && !__builtin_sub_overflow(table.back().time, table.front().time, &span))
+        interval = span / static_cast<int64_t>(table.size() - 1);
+    return {{"count", table.size()},
+            {"first_time", first},
+            {"last_time", last},
+            {"average_interval", interval}};
 }
 
-void print_info(const std::string& path, bool json, LogTap& log)
+Json format_json(const zoflv_host::Format& format)
+{
+    Json object = Json::object();
+    for (const zoflv_host::FormatEntry& entry : format.entries())
+        object[entry.key] = std::visit(
+            [](const auto& value) -> Json {
+                if constexpr (std::is_same_v<decltype(value), const std::vector<uint8_t>&>)
+                    return hex(value.data(), value.size());
+                else
+                    return value;
+            },
+            entry.value);
+    return object;
+}
+
+/// Why a track cannot be played; null when it can.
+Json error_json(const zoflv_host::Format& format)
+{
+    const int32_t type = format.int32(android::AMEDIAFORMAT_KEY_ERROR_TYPE).value_or(0);
+    switch (type) {
+    case 0:
+        return nullptr;
+    case -1002:
+        return "codec not supported by the device";
+    case -1003:
+        return "no configuration in the codec data or the first frames";
+    case -1004:
+        return "picture larger than the device's limit";
+    default:
+        return textf("error type %d", type);
+    }
+}
+
+Json framework_json(zoflv_host::Extractor& extractor)
+{
+    constexpr std::pair<uint32_t, const char*> flag_names[] = {
+        {android::CAN_SEEK_BACKWARD, "seek backward"},
+        {android::CAN_SEEK_FORWARD, "seek forward"},
+        {android::CAN_PAUSE, "pause"},
+        {android::CAN_SEEK, "seek"},
+    };
+    Json flags = Json::array(), tracks = Json::array();
+    for (const auto& [bit, name] : flag_names) {
+        if ((extractor.flags() & bit) != 0)
+            flags.push_back(name);
+    }
+    zoflv_host::Format container;
+    extractor.container_format(&container);
+    for (size_t i = 0; i < extractor.count_tracks(); ++i) {
+        zoflv_host::Format format;
+        extractor.track_format(i, &format);
+        tracks.push_back(
+            {{"index", i}, {"error", error_json(format)}, {"format", format_json(format)}});
+    }
+    // A float's own digits, not those of the double that it becomes.
+    const std::string confidence = textf("%g", static_cast<double>(extractor.confidence()));
+    return {{"name", extractor.name()},
+            {"confidence", std::stod(confidence)},
+            {"flags", flags},
+            {"format", format_json(container)},
+            {"tracks", tracks}};
+}
+
+// -------------------------------------------------------------- For people
+
+/// How values are shown, by their keys.
+constexpr struct {
+    const char* kind; ///< "none", "codec", "hex" or the unit; of an integer "time": 100 ns
+    const char* keys;
+} kinds[] = {
+    {"none", " index codec tracks "}, // titles and other values tell
+    {"codec", " codec_code fourcc track-fourcc "},
+    {"hex", " codec_data csd-0 "},
+    {"time", " duration first_time last_time average_interval "},
+    {"s", " last_timestamp last_keyframe_timestamp audio_delay "},
+    {"us", " durationUs i-frame-avg-interval-us "},
+    {"bytes", " size file_size data_size video_size audio_size max_frame_size max-input-size "},
+    {"bytes/s", " byte_rate "},
+    {"bits/s", " bit_rate "},
+    {"kbit/s", " video_data_rate audio_data_rate "},
+    {"bits", " bits_per_sample bits-per-sample "},
+    {"Hz", " sample_rate sample-rate "},
+    {"pixels", " width height display-width display-height "},
+    {"frames/s", " frame_rate frame-rate "},
+    {"by the metadata", " frame_count "},
+};
+
+/// In lines, and not without end: the codec data of MPEG audio is a whole frame, of an unknown
+/// codec perhaps megabytes.
+std::string hex_text(const std::string& digits)
+{
+    constexpr size_t per_line = 48, shown = 10 * per_line;
+    std::string text = digits.empty() ? "none" : textf("%zu bytes", digits.size() / 2);
+    for (size_t at = 0; at < std::min(digits.size(), shown); at += per_line)
+        text += "\n      " + digits.substr(at, per_line);
+    return digits.size() > shown ? text + "\n      ..." : text;
+}
+
+/// Empty for what is not shown.
+std::string value_text(const std::string& key, const Json& value)
+{
+    std::string kind;
+    for (const auto& row : kinds) {
+        if (std::strstr(row.keys, (' ' + key + ' ').c_str()))
+            kind = row.kind;
+    }
+    if (kind == "none" || value.is_null())
+        return {};
+    if (value.is_structured()) {
+        std::string text;
+        for (const auto& [name, part] : value.items()) {
+            text += text.empty() ? "" : ", ";
+            text += value.is_object() ? name + ' ' : "";
+            text += value_text(name, part);
+        }
+        return text;
+    }
+    if (value.is_boolean())
+        return value.get<bool>() ? "yes" : "no";
+    if (value.is_string())
+        return kind == "hex" ? hex_text(value) : printable(value.get<std::string>());
+    if (kind == "codec")
+        return codec_name(value.get<uint32_t>()) + textf(" (0x%x)", value.get<uint32_t>());
+    if (kind == "time" && value.is_number_integer())
+        return key == "duration" && value == 0 ? "unknown" : seconds(value) + " s";
+    const std::string number =
+        value.is_number_float() ? textf("%.15g", value.get<double>()) : value.dump();
+    return kind.empty() ? number : number + ' ' + (kind == "time" ? "s" : kind);
+}
+
+/// Prints the values of an object, and those of objects in it as if they were its own.
+/// @param zeros  show them too; else they stand for what is absent
+/// @return the number of lines
+int print_values(const Json& object, bool zeros)
+{
+    int lines = 0;
+    for (const auto& [key, value] : object.items()) {
+        if (value.is_object()) {
+            lines += print_values(value, zeros);
+            continue;
+        }
+        const std::string text = value_text(key, value);
+        if (text.empty() || (!zeros && (value == 0 || value == false)))
+            continue;
+        std::string label = key;
+        std::replace(label.begin(), label.end(), '_', ' ');
+        put(textf("    %-24s", label.c_str()) + text + '\n');
+        ++lines;
+    }
+    return lines;
+}
+
+void print_section(const std::string& title, const Json& object, bool zeros = true)
+{
+    put("  " + title + '\n');
+    if (print_values(object, zeros) == 0)
+        put("    none\n");
+}
+
+void print_text(const Json& object)
+{
+    put(printable(object["file"].get<std::string>()) + '\n');
+    print_section("container", object["container"]);
+    for (const Json& stream : object["streams"])
+        print_section("stream " + stream["index"].dump(), stream);
+    print_section("keyframe index", object["keyframes"],
+                  !object["keyframes"]["first_time"].is_null());
+    print_section("metadata", object["metadata"], false);
+    if (object["framework"].is_null())
+        return;
+    print_section("framework", object["framework"]);
+    for (const Json& track : object["framework"]["tracks"])
+        print_section("framework, track " + track["index"].dump(), track);
+}
+
+void print_info(const std::string& path, bool json, const PluginPtr& plugin, LogTap& log)
 {
     const FlvFile file(path, log);
     std::string trouble;
-    std::vector<Fields> streams;
-    streams.reserve(ZOFLV_MAX_STREAMS);
+    Json object = {{"file", path}, {"container", container_json(file)}, {"streams", Json::array()}};
     for (int i = 0; i < file.info().strm_cnt; ++i)
-        streams.push_back(stream_fields(file, i));
-    const Fields general = file_fields(file);
-    const Fields keyframes = keyframe_fields(file, &trouble);
-    const Fields metadata = metadata_fields(file);
-
-    if (json) {
-        Json object = {{"file", path}, {"container", to_json(general)}, {"streams", Json::array()}};
-        for (const Fields& fields : streams)
-            object["streams"].push_back(to_json(fields));
-        object["keyframes"] = to_json(keyframes);
-        object["metadata"] = to_json(metadata);
-        put_line(object);
-    } else {
-        put(printable(path) + '\n');
-        print_fields("container", general);
-        for (const Fields& fields : streams)
-            print_fields("stream " + fields[0].json.dump() + ": " +
-                             fields[1].json.get<std::string>(),
-                         fields);
-        print_fields("keyframe index", keyframes);
-        print_fields("metadata", metadata);
+        object["streams"].push_back(stream_json(file, i));
+    object["keyframes"] = keyframes_json(file, &trouble);
+    object["metadata"] = metadata_json(file);
+    object["framework"] = nullptr;
+    try {
+        object["framework"] = framework_json(*open_extractor(plugin, path, log));
+    } catch (const Failure& failure) {
+        trouble = failure.what();
     }
+    if (json)
+        put_line(object);
+    else
+        print_text(object);
     if (!trouble.empty())
         throw Failure(EXIT_BAD_FILE, trouble);
 }
 
 } // namespace
 
-int run_info(const InfoOptions& options, LogTap& log)
+int run_info(const InfoOptions& options, const PluginPtr& plugin, LogTap& log)
 {
     int worst = EXIT_FINE;
-    for (const std::string& path : options.files) {
-        try {
-            print_info(path, options.json, log);
-        } catch (const OutputFailure&) {
-            throw;
-        } catch (const Failure& failure) {
-            complain(path, failure.what());
-            worst = std::max<int>(worst, failure.code());
-        } catch (const std::bad_alloc&) {
-            complain(path, "out of memory");
-            worst = std::max<int>(worst, EXIT_BAD_FILE);
-        }
-    }
+    for (const std::string& path : options.files)
+        attempt(&worst, path, [&] { print_info(path, options.json, plugin, log); });
     return worst;
 }

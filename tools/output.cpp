@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/output.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <new>
 
 std::string textf(const char* format, ...)
 {
@@ -85,4 +87,19 @@ void complain(const std::string& subject, std::string_view text)
     std::fflush(stdout);
     const std::string line = "zoflv: " + printable(subject) + ": " + printable(text) + '\n';
     std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+void attempt(int* worst, const std::string& subject, const std::function<void()>& work)
+{
+    try {
+        work();
+    } catch (const OutputFailure&) {
+        throw;
+    } catch (const Failure& failure) {
+        complain(subject, failure.what());
+        *worst = std::max<int>(*worst, failure.code());
+    } catch (const std::bad_alloc&) {
+        complain(subject, "out of memory");
+        *worst = std::max<int>(*worst, EXIT_BAD_FILE);
+    }
 }

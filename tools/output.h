@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -56,3 +57,7 @@ void flush_output();
 
 /// Writes the message "zoflv: subject: text" to stderr, always one line.
 void complain(const std::string& subject, std::string_view text);
+
+/// Does a piece of work and complains where it fails; an OutputFailure passes.
+/// @param worst  raised to the exit code of the failure
+void attempt(int* worst, const std::string& subject, const std::function<void()>& work);

@@ -95,11 +95,14 @@ int parse_video(const ZO_CONFIG_INPUT& in, zodevice::PictureSize* out)
 
 namespace zoflv_host {
 
-DeviceSettings::DeviceSettings() : supported{zodevice::FLV1}
+DeviceSettings::DeviceSettings()
 {
     using namespace zodevice;
-    supported.insert(supported.end(), std::begin(H263_CODES), std::end(H263_CODES));
-    supported.insert(supported.end(), std::begin(AVC_CODES), std::end(AVC_CODES));
+    supported = {FLV1};
+    for (const uint32_t code : H263_CODES)
+        supported.push_back(code);
+    for (const uint32_t code : AVC_CODES)
+        supported.push_back(code);
 }
 
 void set_device(const DeviceSettings& settings)

@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/commands.h"
+#include "tools/file.h"
+
+#include <charconv>
+#include <cinttypes>
+#include <media/MediaExtractorPluginHelper.h>
+
+namespace {
+
+using zoflv_host::DataSource;
+using zoflv_host::Track;
+using ReadOptions = android::MediaTrackHelper::ReadOptions;
+
+constexpr struct Mode {
+    const char* name;
+    uint32_t value;
+} modes[] = {
+    {"previous", ReadOptions::SEEK_PREVIOUS_SYNC},
+    {"next", ReadOptions::SEEK_NEXT_SYNC},
+    {"closest-sync", ReadOptions::SEEK_CLOSEST_SYNC},
+    {"closest", ReadOptions::SEEK_CLOSEST},
+};
+
+/// File calls, and the bytes that they delivered.
+struct Cost {
+    uint64_t reads, bytes;
+};
+
+/// Tells what a seek costs from what the read of the frame behind it does, though the framework
+/// asks for both in one call: between the two the plugin asks its buffer for the memory. One at a
+/// time, for the life of its track.
+class SeekMeter {
+public:
+    SeekMeter(Track& track, const DataSource& source)
+    {
+        android::CMediaBuffer* buffer = nullptr;
+        if (track.buffer_group()->acquire(&buffer, true, 0) != AMEDIA_OK)
+            throw Failure(EXIT_BAD_FILE, "no memory for the track's buffer");
+        s_source = &source;
+        s_data = buffer->data;
+        buffer->data = [](void* handle) {
+            s_between = now();
+            return s_data(handle);
+        };
+        buffer->release(buffer->handle);
+    }
+
+    void start()
+    {
+        m_start = now();
+        s_between.reset();
+    }
+    void stop() { m_stop = now(); }
+    Cost seek() const { return less(between(), m_start); }
+    Cost frame() const { return less(m_stop, between()); }
+
+private:
+    static Cost now() { return {s_source->reads(), s_source->bytes()}; }
+    static Cost less(Cost a, Cost b) { return {a.reads - b.reads, a.bytes - b.bytes}; }
+    Cost between() const { return s_between.value_or(m_stop); } // not reached by a failed seek
+
+    static inline const DataSource* s_source = nullptr;
+    static inline void* (*s_data)(void*) = nullptr;
+    static inline std::optional<Cost> s_between;
+    Cost m_start{}, m_stop{};
+};
+
+/// How a seek without a frame behind it ended.
+struct Ending {
+    std::string words;
+    bool failed; ///< a read did, which is more than that there is no such frame
+};
+
+Ending ending(media_status_t status, bool behind_end, const LogTap& log)
+{
+    if (status != AMEDIA_ERROR_END_OF_STREAM)
+        return {reason(status, log), true};
+    const std::string text = zoflv_host::status_text(status);
+    if (behind_end)
+        return {text + ": behind the duration", false};
+    const bool not_found = log.plugin_code() != 0;
+    if (log.first_error().empty() || log.empty_avc_tag())
+        return {text + (not_found ? ": no keyframe found" : ""), false};
+    return {text + (not_found ? ": no keyframe found (" : " (") + log.first_error() + ")",
+            !not_found};
+}
+
+void print_seek(const Json& row, const SeekMeter& meter)
+{
+    const int64_t target_us = row["target_us"];
+    std::string landed = "-", off = "-";
+    if (row["landed_us"].is_number()) {
+        landed = seconds(row["landed_us"].get<int64_t>() * 10);
+        off = seconds((row["landed_us"].get<int64_t>() - target_us) * 10);
+    }
+    put(textf("%5d  %-12s %12s %12s %12s %6" PRIu64 " %9" PRIu64 " %7" PRIu64 " %9" PRIu64 "  ",
+              row["track"].get<int>(), row["mode"].get<std::string>().c_str(),
+              seconds(target_us * 10).c_str(), landed.c_str(), off.c_str(), meter.seek().reads,
+              meter.seek().bytes, meter.frame().reads, meter.frame().bytes) +
+        printable(row["status"].get<std::string>()) + '\n');
+}
+
+/// Carries out the seeks of one track.
+void seek_track(zoflv_host::Extractor& extractor, int index, const SeekOptions& options,
+                LogTap& log, int* worst)
+{
+    const std::unique_ptr<Track> track = start_track(extractor, index, log);
+    SeekMeter meter(*track, extractor.source());
+    zoflv_host::Format format;
+    track->format(&format);
+    const int64_t duration_us = format.int64(AMEDIAFORMAT_KEY_DURATION).value_or(INT64_MAX);
+
+    const auto seek = [&](int64_t target_us, const Mode& mode) {
+        log.reset();
+        meter.start();
+        const zoflv_host::ReadResult result = track->seek_read(target_us, mode.value);
+        meter.stop();
+        const bool landed = static_cast<bool>(result.sample);
+        const Ending end = landed ? Ending{zoflv_host::status_text(result.status), false}
+                                  : ending(result.status, target_us > duration_us, log);
+        const Json row = {
+            {"track", index},
+            {"mode", mode.name},
+            {"target_us", target_us},
+            {"landed_us", landed ? Json(result.sample.time_us().value_or(0)) : Json()},
+            {"status", end.words},
+            {"reads", meter.seek().reads},
+            {"bytes", meter.seek().bytes}};
+        if (options.json)
+            put_line(row);
+        else
+            print_seek(row, meter);
+        if (end.failed)
+            throw Failure(EXIT_BAD_FILE,
+                          textf("track %d: the read behind a seek failed: ", index) + end.words);
+    };
+    for (const std::string& time : options.times) {
+        for (const Mode& mode : modes) {
+            if (options.mode == "all" || options.mode == mode.name)
+                attempt(worst, options.file, [&] { seek(parse_time(time).value_or(0), mode); });
+        }
+    }
+}
+
+} // namespace
+
+std::optional<int64_t> parse_time(const std::string& text)
+{
+    constexpr uint64_t limit = 200000000; // seconds: in 100-ns units an int64_t holds more
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    uint64_t time = 0;
+    for (int colons = 0;; ++colons, ++at) {
+        uint64_t field = 0;
+        const auto parsed = std::from_chars(at, end, field);
+        if (parsed.ec != std::errc() || field >= (colons > 0 ? 60 : limit))
+            return std::nullopt;
+        time = time * 60 + field;
+        at = parsed.ptr;
+        if (at == end || *at != ':' || colons == 2)
+            break;
+    }
+    if (time >= limit)
+        return std::nullopt;
+    time *= 1000000;
+    if (at != end && *at == '.') {
+        uint64_t unit = 100000;
+        for (++at; at != end && *at >= '0' && *at <= '9'; ++at, unit /= 10)
+            time += unit * static_cast<uint64_t>(*at - '0');
+    }
+    return at == end ? std::optional(static_cast<int64_t>(time)) : std::nullopt;
+}
+
+int run_seek(const SeekOptions& options, const PluginPtr& plugin, LogTap& log)
+{
+    const ExtractorPtr extractor = open_extractor(plugin, options.file, log);
+    const int count = static_cast<int>(extractor->count_tracks());
+    const std::vector<int> tracks = select_numbers("track", options.track, count);
+    if (!options.json)
+        put(textf("%5s  %-12s %12s %12s %12s %6s %9s %7s %9s  %s\n", "track", "mode", "target (s)",
+                  "landed (s)", "off by (s)", "reads", "bytes", "+reads", "+bytes", "status"));
+    int worst = EXIT_FINE;
+    for (const int track : tracks)
+        attempt(&worst, options.file, [&] { seek_track(*extractor, track, options, log, &worst); });
+    return worst;
+}
