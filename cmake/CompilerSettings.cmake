@@ -18,3 +18,8 @@ if(ZOFLV_COVERAGE)
     add_compile_options(--coverage -fprofile-abs-path -fprofile-update=atomic)
     add_link_options(--coverage)
 endif()
+
+if(ZOFLV_FUZZ)
+    # Everything tells the fuzzer where it went, the shared libraries too.
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+// A whole file through the demuxer.
+#include "fuzz/fuzz.h"
+#include "tests/support/mem_file.h"
+#include "tests/support/walk.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    MemFile file(Bytes(data, data + size));
+    walk_demuxer(file.mfal(), walk_seed(data, size));
+    return 0;
+}
