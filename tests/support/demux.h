@@ -14,26 +14,27 @@
 #include <sstream>
 
 /// Log lines from texts separated by '|': errors of "zoflvd", behind "sh ", "rb " or "md " those of
-/// "zoflvd_sh", "_rdbuf" or "_metadata", behind "W " warnings of "zoflvd", a full line as it stands;
+/// "zoflvd_sh", "_rdbuf" or "_metadata", behind "W " warnings of "zoflvd", behind "= " a whole line;
 /// "cut" is what a block that the file cannot fill logs.
 inline LogCapture::Lines lines(const std::string& texts)
 {
-    static const char* const prefixes[][2] = {{"cut", "W zoflvd_rdbuf: fread() failed, EOF?"},
-                                              {"sh ", "E zoflvd_sh: "},
+    static const std::string prefixes[][2] = {{"sh ", "E zoflvd_sh: "},
                                               {"rb ", "E zoflvd_rdbuf: "},
                                               {"md ", "E zoflvd_metadata: "},
-                                              {"W zoflvd", "W zoflvd"},
                                               {"W ", "W zoflvd: "},
+                                              {"= ", ""},
                                               {"", "E zoflvd: "}};
     std::istringstream in(texts);
     LogCapture::Lines out;
     for (std::string text; std::getline(in, text, '|');) {
+        if (text == "cut") {
+            out.push_back("W zoflvd_rdbuf: fread() failed, EOF?");
+            text = "rb zoflvd_rdbuf_init() failed";
+        }
         const auto* p = prefixes;
         while (text.rfind((*p)[0], 0) != 0)
             ++p;
-        out.push_back((*p)[1] + text.substr(std::string((*p)[0]).size()));
-        if (text == "cut")
-            out.push_back("E zoflvd_rdbuf: zoflvd_rdbuf_init() failed");
+        out.push_back((*p)[1] + text.substr((*p)[0].size()));
     }
     return out;
 }

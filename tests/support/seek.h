@@ -3,23 +3,20 @@
 /// Files told in short texts, and a stream handle over one without an open.
 #pragma once
 
-#include "tests/support/flv_builder.h"
-#include "tests/support/mem_file.h"
-#include "zoflv/dmx/zoflvd_priv.h"
+#include "tests/support/demux.h"
 
-#include <sstream>
-#include <vector>
-
-/// Tags behind a file header: K a video keyframe, P another video frame, A audio, S a script, each
-/// with its time in ms and, behind a colon, a body size other than 2 bytes: "S0 K40 A40:900".
-inline FlvBuilder& add_tags(FlvBuilder& flv, const std::string& text)
+/// A file header and tags: K a video keyframe, P another video frame, A audio, S a script, each with
+/// its time in ms and, behind a colon, a body size other than 2 bytes: "S0 K40 A40:900".
+inline FlvBuilder short_file(const std::string& text)
 {
+    FlvBuilder flv;
+    flv.header();
     std::istringstream in(text);
     for (std::string word; in >> word;) {
         const size_t colon = word.find(':');
         Bytes body(colon == std::string::npos ? 2 : std::stoul(word.substr(colon + 1)), 0xAA);
         const char kind = word[0];
-        body[0] = kind == 'K' ? 0x17 : kind == 'P' ? 0x27 : kind == 'A' ? 0x2F : 2;
+        body[0] = kind == 'K' ? 0x17 : kind == 'P' ? 0x27 : 0x2F;
         flv.tag(kind == 'A'   ? 8
                 : kind == 'S' ? 18
                               : 9,
@@ -28,10 +25,13 @@ inline FlvBuilder& add_tags(FlvBuilder& flv, const std::string& text)
     return flv;
 }
 
-inline FlvBuilder short_file(const std::string& text)
+/// Expected log lines as lines() makes them; C stands for a failed check of "zoflvd_crawl".
+inline LogCapture::Lines logged(const std::string& texts)
 {
-    FlvBuilder flv;
-    return add_tags(flv.header(), text);
+    LogCapture::Lines out = lines(texts);
+    std::replace(out.begin(), out.end(), std::string("E zoflvd: C"),
+                 std::string("E zoflvd_crawl: #*"));
+    return out;
 }
 
 /// A stream of an unknown codec whose data begins behind the file header.
@@ -40,17 +40,15 @@ struct BareStrm {
                       const std::vector<ZOFLVD_KF>& index = {})
         : file(bytes)
     {
-        const auto size = static_cast<int64_t>(bytes.size());
         s.magic = ZOFLVDS_MAGIC;
-        s.self = &s;
         s.mfal = *file.mfal();
         s.fh = file.seek(13).fh();
         s.fetch_tag = 1;
         s.sh.strm_type = type;
         s.sh.duration = duration;
         s.sh.first_tag_pos = s.sh.data_start = 13;
-        s.sh.data_len = size - 13;
-        s.sh.file_size = size;
+        s.sh.file_size = static_cast<int64_t>(bytes.size());
+        s.sh.data_len = s.sh.file_size - 13;
         zoflvd_mblk_ctor(&s.idx, sizeof(ZOFLVD_KF));
         for (const ZOFLVD_KF& kf : index)
             EXPECT_EQ(zoflvd_mblk_elem_add(&s.idx, &kf), 0);
@@ -59,10 +57,10 @@ struct BareStrm {
 
     int seek(int64_t target, int mode) { return zoflvds_seek(&s, &target, &out, mode); }
     int seek(int mode) { return zoflvds_seek(&s, nullptr, &out, mode); }
-    int read()
+    int read(bool query = false)
     {
         uint8_t buf[4096];
-        return zoflvds_get_frm(&s, buf, sizeof buf, &len, &time, nullptr);
+        return zoflvds_get_frm(&s, query ? nullptr : buf, sizeof buf, &len, &time, nullptr);
     }
 
     MemFile file;

@@ -1,0 +1,14 @@
+# SPDX-License-Identifier: Apache-2.0
+# The frames of the samples as the command prints them: as before, and as another program sees them.
+if(NOT TARGET zoflv)
+    return()
+endif()
+file(GLOB samples CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/samples/*.flv)
+foreach(sample ${samples})
+    get_filename_component(name ${sample} NAME_WE)
+    add_test(NAME golden.${name}
+        COMMAND sh ${CMAKE_CURRENT_LIST_DIR}/update-golden --check $<TARGET_FILE:zoflv> ${sample})
+endforeach()
+add_test(NAME interop
+    COMMAND sh ${CMAKE_CURRENT_LIST_DIR}/interop.sh $<TARGET_FILE:zoflv> ${samples})
+set_tests_properties(interop PROPERTIES LABELS interop SKIP_RETURN_CODE 77)
