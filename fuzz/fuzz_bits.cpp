@@ -2,8 +2,8 @@
 // Calls on the bit reader and the read buffer. The first half of the input is the calls, one byte each,
 // the second half the bytes that they work on.
 #include "fuzz/fuzz.h"
+#include "fuzz/walk.h"
 #include "tests/support/mem_file.h"
-#include "tests/support/walk.h"
 #include "zoflv/dmx/zoflvd_bs.h"
 #include "zoflv/dmx/zoflvd_rdbuf.h"
 

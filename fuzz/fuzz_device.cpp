@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The device stand-in's parsers. The first byte chooses the codec.
 #include "fuzz/fuzz.h"
-#include "tests/support/walk.h"
+#include "fuzz/walk.h"
 
 #include <cstring>
 #include <zodevice/zo_extractor_common.h>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // A whole file through the demuxer.
 #include "fuzz/fuzz.h"
+#include "fuzz/walk.h"
 #include "tests/support/mem_file.h"
-#include "tests/support/walk.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {

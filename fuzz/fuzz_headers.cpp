@@ -2,8 +2,8 @@
 // The first bytes of a stream's tags. The first byte chooses audio or video and how the rest is cut
 // into tags; a video tag's CodecID and an audio tag's SoundFormat are the input's.
 #include "fuzz/fuzz.h"
+#include "fuzz/walk.h"
 #include "tests/support/mem_file.h"
-#include "tests/support/walk.h"
 #include "zoflv/dmx/zoflvd_priv.h"
 
 #include <algorithm>

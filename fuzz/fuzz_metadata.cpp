@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // The body of a script tag.
 #include "fuzz/fuzz.h"
+#include "fuzz/walk.h"
 #include "tests/support/mem_file.h"
-#include "tests/support/walk.h"
 #include "zoflv/dmx/zoflvd_metadata.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)

@@ -2,7 +2,7 @@
 // A whole file through the plugin, as the framework calls it. The plugin is linked in, not loaded, so
 // that its coverage guides the fuzzer.
 #include "fuzz/fuzz.h"
-#include "tests/support/plugin_walk.h"
+#include "fuzz/plugin_walk.h"
 
 extern "C" android::ExtractorDef GETEXTRACTORDEF();
 

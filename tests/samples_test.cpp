@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/demux.h"
-#include "tests/support/walk.h"
+#include "fuzz/walk.h"
 
 #include <filesystem>
 #include <fstream>

@@ -3,7 +3,7 @@
 /// The walk through the plugin's records, as the framework calls them.
 #pragma once
 
-#include "tests/support/walk.h"
+#include "fuzz/walk.h"
 
 #include <zoflv_host/buffer_group.h>
 #include <zoflv_host/data_source.h>
