@@ -109,9 +109,10 @@ private:
         std::memset(buf, 0xA5, static_cast<size_t>(size)); // the whole room has to be there
         if (!ok && file.fault.read_result < 0)
             return -1;
-        const long long left = static_cast<long long>(file.data.size()) - pos;
+        const long long size_all = static_cast<long long>(file.data.size());
+        const long long left = pos < 0 ? 0 : size_all - pos; // a position may be the lowest there is
         const long long room = ok ? size : std::min(size, file.fault.read_result);
-        const long long n = pos < 0 ? 0 : std::max(0LL, std::min(room, left));
+        const long long n = std::max(0LL, std::min(room, left));
         if (n > 0)
             std::memcpy(buf, &file.data[static_cast<size_t>(pos)], static_cast<size_t>(n));
         pos += n;
