@@ -1,62 +1,42 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "tests/support/flv_builder.h"
+
 #include <gtest/gtest.h>
 #include <zoflv_host/buffer_group.h>
 #include <zoflv_host/data_source.h>
 #include <zoflv_host/device_control.h>
-#include <zoflv_host/format.h>
 
-#include <cstring>
 #include <thread>
 
 using namespace zoflv_host;
-using Bytes = std::vector<uint8_t>;
-
-static Bytes from_hex(const std::string& text)
-{
-    Bytes out;
-    for (size_t i = 0; i + 1 < text.size(); i += 2)
-        out.push_back(static_cast<uint8_t>(std::stoi(text.substr(i, 2), nullptr, 16)));
-    return out;
-}
 
 constexpr int NEVER = 99;
+
 /// Cut at every length: first "more data", then "broken", then the configuration.
 TEST(Device, FindsAConfigurationAsSoonAsItIsWhole)
 {
-    struct Case {
-        const char* name;
+    const struct {
         const char* codec; // "": audio
         const char* hex;
         int broken_from, found_from; // lengths
         int32_t width, height;       // width: or the audio profile
+    } cases[] = {
+        {"h264", "0000000167640028acd94078044fde", 5, 15, 1920, 1080},
+        {"avc1", "00000167f4001e91b2323232323232323844260b87e11b405217f1f3a0", 4, 29, 642, 362},
+        {"X264", "0000016742001ed000000300080000030036287a0507f4c940", 4, 25, 314, 234},
+        {"h264", "0000000168ebe3cb22c0", NEVER, NEVER, 0, 0},
+        {"FLV1", "0000840020181300", NEVER, 8, 64, 48},
+        {"FLV1", "000084019300", NEVER, 6, 176, 144},
+        {"h263", "000080161007", NEVER, 6, 704, 576},
+        {"", "f85e0157c040", 0, 6, 34, 0},
+        {"", "2b9208", 0, 3, 5, 0},
+        {"", "1690", 0, NEVER, 0, 0},
     };
-    const Case cases[] = {
-        {"fields", "h264", "0000000167640028acd94078044fde", 5, 15, 1920, 1080},
-        {"4:4:4, lists", "avc1", "00000167f4001e91b2323232323232323844260b87e11b405217f1f3a0", 4,
-         29, 642, 362},
-        {"emulation", "X264", "0000016742001ed000000300080000030036287a0507f4c940", 4, 25, 314,
-         234},
-        {"no parameter set", "h264", "0000000168ebe3cb22c0", NEVER, NEVER, 0, 0},
-        {"Sorenson 8-bit", "FLV1", "0000840020181300", NEVER, 8, 64, 48},
-        {"Sorenson 16-bit", "FLV1", "0000800081f400c81300", NEVER, 10, 1000, 400},
-        {"Sorenson fixed", "FLV1", "000084019300", NEVER, 6, 176, 144},
-        {"Sorenson code 7", "FLV1", "000084039300", 6, NEVER, 0, 0},
-        {"Sorenson version 2", "FLV1", "000088019300", 6, NEVER, 0, 0},
-        {"Sorenson no width", "FLV1", "0000800000181300", 8, NEVER, 0, 0},
-        {"plain", "h263", "000080161007", NEVER, 6, 704, 576},
-        {"plain extended", "s263", "000080161c07", 6, NEVER, 0, 0},
-        {"unknown codec", "vp6 ", "0000", 0, NEVER, 0, 0},
-        {"AAC LC", "", "1210", 0, 2, 2, 0},
-        {"escapes", "", "f85e0157c040", 0, 6, 34, 0},
-        {"SBR", "", "2b9208", 0, 3, 5, 0},
-        {"reserved rate", "", "1690", 0, NEVER, 0, 0},
-    };
-    for (const Case& c : cases) {
-        const Bytes whole = from_hex(c.hex);
-        for (int length = 0; length <= static_cast<int>(whole.size()); ++length) {
-            SCOPED_TRACE(std::string(c.name) + ", " + std::to_string(length) + " bytes");
-            const Bytes cut(whole.begin(), whole.begin() + length);
-            ZO_CONFIG_INPUT in{cut.data(), length, 0, {}};
+    for (const auto& c : cases) {
+        for (int length = 0; length <= static_cast<int>(std::strlen(c.hex) / 2); ++length) {
+            SCOPED_TRACE(std::string(c.hex) + ", " + std::to_string(length) + " bytes");
+            const Bytes head = cut(hex(c.hex), static_cast<size_t>(length));
+            ZO_CONFIG_INPUT in{head.data(), length, 0, {}};
             ZO_VIDEO_CONFIG video{};
             ZO_AUDIO_CONFIG audio{};
             std::memcpy(&in.fourcc, c.codec, std::strlen(c.codec));
@@ -95,21 +75,6 @@ TEST(BufferGroup, MakesTheReaderWaitUntilABufferIsBack)
     second->release(second->handle);
 }
 
-TEST(Format, CopiesWhatItIsGiven)
-{
-    Format from;
-    Format to;
-    Bytes bytes = {1, 2, 3};
-    AMediaFormat_setBuffer(from.get(), "b", bytes.data(), bytes.size());
-    AMediaFormat_setInt32(from.get(), "n", 7);
-    AMediaFormat_setInt64(to.get(), "gone", 1);
-    AMediaFormat_copy(to.get(), from.get());
-    bytes[0] = 9;
-    AMediaFormat_setInt64(from.get(), "n", 8);
-    EXPECT_EQ(to.text(), "b: buffer(010203), n: int32(7)");
-    EXPECT_FALSE(from.int32("n")) << "of another type now";
-}
-
 TEST(DataSource, DeliversUpToTheEndAndTheFaultsAskedFor)
 {
     const MemoryFaults none, short_once{2, 4}, short_on{2, 0, 0, true}, failure{0, 0, 2};
@@ -125,6 +90,5 @@ TEST(DataSource, DeliversUpToTheEndAndTheFaultsAskedFor)
         uint8_t to[6];
         for (const ssize_t want : c.results)
             EXPECT_EQ(source.record()->readAt(source.record()->handle, c.offset, to, 6), want);
-        EXPECT_EQ(source.reads(), c.results.size());
     }
 }

@@ -28,21 +28,21 @@ DataSource::DataSource()
 ssize_t DataSource::record_read_at(void* handle, off64_t offset, void* data, size_t size)
 {
     auto* self = static_cast<DataSource*>(handle);
-    const uint64_t call = ++self->m_reads;
+    const uint64_t call = self->m_reads.fetch_add(1, std::memory_order_relaxed) + 1;
     if (offset < 0 || (!data && size > 0))
         return READ_FAILED;
     // A larger count could not be told from a failure.
     size = std::min(size, static_cast<size_t>(SSIZE_MAX));
     const ssize_t n = self->read_at(call, offset, data, size);
     if (n > 0)
-        self->m_bytes += static_cast<uint64_t>(n);
+        self->m_bytes.fetch_add(static_cast<uint64_t>(n), std::memory_order_relaxed);
     return n;
 }
 
 status_t DataSource::record_get_size(void* handle, off64_t* size)
 {
     auto* self = static_cast<DataSource*>(handle);
-    ++self->m_size_queries;
+    self->m_size_queries.fetch_add(1, std::memory_order_relaxed);
     int64_t value = 0;
     const status_t status = self->get_size(&value);
     if (status == AMEDIA_OK)

@@ -26,11 +26,11 @@ public:
     android::CDataSource* record() { return &m_record; }
 
     /// Calls of `readAt` so far, failed ones included.
-    uint64_t reads() const { return m_reads; }
+    uint64_t reads() const { return m_reads.load(std::memory_order_relaxed); }
     /// Bytes that those calls delivered.
-    uint64_t bytes() const { return m_bytes; }
+    uint64_t bytes() const { return m_bytes.load(std::memory_order_relaxed); }
     /// Calls of `getSize` so far.
-    uint64_t size_queries() const { return m_size_queries; }
+    uint64_t size_queries() const { return m_size_queries.load(std::memory_order_relaxed); }
 
 protected:
     /// @param call    number of this read, from 1
@@ -46,6 +46,7 @@ private:
     static bool record_get_uri(void* handle, char* uri, size_t capacity);
 
     android::CDataSource m_record;
+    // Counters only: their use puts no thread's work in order with another's.
     std::atomic<uint64_t> m_reads{0};
     std::atomic<uint64_t> m_bytes{0};
     std::atomic<uint64_t> m_size_queries{0};
