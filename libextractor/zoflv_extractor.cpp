@@ -3,6 +3,7 @@
 
 #include "libextractor/mfal/zocmn_mfal_android_q.h"
 #include "zoflv/dmx/zoflv_err.h"
+#include "zoflv/dmx/zoflv_mem.h"
 #include "zoflv/dmx/zoflv_num.h"
 #include "zoflv/dmx/zoflvd_sh.h"
 #include "zoflv/dmx/zoflvd_tag.h"
@@ -75,17 +76,6 @@ void check(bool condition, const char* text, const char* message)
 {
     if (!condition)
         __android_log_assert(text, log_tag, "%s", message);
-}
-
-struct Free {
-    void operator()(void* p) const { std::free(p); }
-};
-using Block = std::unique_ptr<uint8_t, Free>;
-
-// Zeroed, so that bytes which nobody writes tell nothing; null when there is no memory.
-Block allocate(int size)
-{
-    return Block(static_cast<uint8_t*>(std::calloc(static_cast<size_t>(size), 1)));
 }
 
 // A codec's MIME type, cut to what the formats take.
@@ -310,10 +300,10 @@ struct FormatWalk {
 struct StreamFormat {
     int index;
     uint32_t fourcc;
-    int error;       // the track's error type
-    bool loggable;   // with an unsupported codec
-    Block config;    // data in which the configuration was looked for
-    int config_size; // bytes of it
+    int error;          // the track's error type
+    bool loggable;      // with an unsupported codec
+    zoflv_block config; // data in which the configuration was looked for
+    int config_size;    // bytes of it
 };
 
 namespace {
@@ -355,7 +345,7 @@ int parse_video(const uint8_t* data, int length, uint32_t fourcc, ZO_VIDEO_CONFI
 int parse_held_data(ZOFLVD* h, int length, StreamFormat* stream, ZO_VIDEO_CONFIG* config,
                     int* result)
 {
-    Block data = allocate(length);
+    zoflv_block data = zoflv_alloc_zeroed(static_cast<size_t>(length));
     if (!data)
         return 0;
     if (zoflvd_get_format(h, stream->index, data.get(), &length) != ZOFLV_OK)
@@ -377,7 +367,7 @@ int probe_frames(ZOFLVD* h, StreamFormat* stream, ZO_VIDEO_CONFIG* config, int* 
     const std::unique_ptr<ZOFLVDS, Close> frames(zoflvds_open(h, stream->index, &error));
     if (!frames)
         return init_no_data;
-    Block buffer = allocate(input_size_usual);
+    zoflv_block buffer = zoflv_alloc_zeroed(input_size_usual);
     if (!buffer)
         return 0;
     for (int i = 0; i < max_frames; ++i) {
@@ -455,7 +445,7 @@ void set_keyframe_interval(AMediaFormat* meta, const ZoFLVDSF& dsf, int index)
     if (zoflvd_get_idx_table(dsf.mHandle, index, nullptr, 0, &size, &count) != ZOFLV_OK ||
         size < entry_size)
         return;
-    const Block table = allocate(size);
+    const zoflv_block table = zoflv_alloc_zeroed(static_cast<size_t>(size));
     if (!table ||
         zoflvd_get_idx_table(dsf.mHandle, index, table.get(), size, &size, &count) != ZOFLV_OK)
         return;
@@ -502,7 +492,7 @@ void set_aac_configuration(AMediaFormat* meta, const ZOFLVD_INFO_AUD& info)
     const int rate = aac_rate_index(info.sample_rate);
     if (rate < 0)
         return;
-    const Block config = allocate(config_size);
+    const zoflv_block config = zoflv_alloc_zeroed(config_size);
     if (!config)
         return;
     config.get()[0] = static_cast<uint8_t>(0x10 + rate / 2);
@@ -528,7 +518,7 @@ void set_audio_configuration(AMediaFormat* meta, ZOFLVD* h, int index, const ZOF
     }
     if (mime.is(MEDIA_MIMETYPE_AUDIO_MPEG))
         return;
-    const Block data = allocate(length);
+    const zoflv_block data = zoflv_alloc_zeroed(static_cast<size_t>(length));
     if (data && zoflvd_get_format(h, index, data.get(), &length) == ZOFLV_OK && length >= 1)
         AMediaFormat_setBuffer(meta, AMEDIAFORMAT_KEY_CSD_0, data.get(),
                                static_cast<size_t>(length));

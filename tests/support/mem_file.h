@@ -110,7 +110,8 @@ private:
         if (!ok && file.fault.read_result < 0)
             return -1;
         const long long size_all = static_cast<long long>(file.data.size());
-        const long long left = pos < 0 ? 0 : size_all - pos; // a position may be the lowest there is
+        const long long left =
+            pos < 0 ? 0 : size_all - pos; // a position may be the lowest there is
         const long long room = ok ? size : std::min(size, file.fault.read_result);
         const long long n = std::max(0LL, std::min(room, left));
         if (n > 0)

@@ -6,21 +6,26 @@
 #include "tests/support/demux.h"
 
 /// A file header and tags: K a video keyframe, P another video frame, A audio, S a script, each with
-/// its time in ms and, behind a colon, a body size other than 2 bytes: "S0 K40 A40:900".
-inline FlvBuilder short_file(const std::string& text)
+/// its time in ms; behind a colon a body size other than 2 bytes; behind a star the distance of the
+/// tag's index entry from it, in bytes and, behind a comma, in 100 ns: "S0 K40*0 A40:900 K80*-5,9".
+inline FlvBuilder short_file(const std::string& text, std::vector<ZOFLVD_KF>* index = nullptr)
 {
     FlvBuilder flv;
     flv.header();
     std::istringstream in(text);
     for (std::string word; in >> word;) {
-        const size_t colon = word.find(':');
-        Bytes body(colon == std::string::npos ? 2 : std::stoul(word.substr(colon + 1)), 0xAA);
+        const auto number = [&word](char mark, long none) {
+            const size_t at = word.find(mark);
+            return at == std::string::npos ? none : std::stol(word.substr(at + 1));
+        };
         const char kind = word[0];
+        const auto ms = static_cast<uint32_t>(number(kind, 0));
+        Bytes body(static_cast<size_t>(number(':', 2)), 0xAA);
         body[0] = kind == 'K' ? 0x17 : kind == 'P' ? 0x27 : 0x2F;
-        flv.tag(kind == 'A'   ? 8
-                : kind == 'S' ? 18
-                              : 9,
-                static_cast<uint32_t>(std::stoul(word.substr(1))), body);
+        if (index && word.find('*') != std::string::npos)
+            index->push_back({ms * ZOFLV_TICKS_PER_MS + number(',', 0),
+                              static_cast<int64_t>(flv.size()) + number('*', 0)});
+        flv.tag(kind == 'A' ? 8 : kind == 'S' ? 18 : 9, ms, body);
     }
     return flv;
 }

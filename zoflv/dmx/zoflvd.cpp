@@ -3,6 +3,7 @@
 
 #include "zoflv/dmx/zoflv_conv.h"
 #include "zoflv/dmx/zoflv_log.h"
+#include "zoflv/dmx/zoflv_mem.h"
 #include "zoflv/dmx/zoflv_num.h"
 #include "zoflv/dmx/zoflvd_crawl.h"
 #include "zoflv/dmx/zoflvd_priv.h"
@@ -33,10 +34,6 @@ void log_warning(const char* text)
 {
     __android_log_print(ANDROID_LOG_WARN, log_tag, "%s", text);
 }
-
-struct Free {
-    void operator()(void* p) const { std::free(p); }
-};
 
 bool is_valid(const ZOFLVD* h)
 {
@@ -165,7 +162,7 @@ void scan_streams(ZOFLVD* h, const ProbeFile& file)
     int64_t start = 0;
     if (zoflv_file_getpos(file.mfal, file.fh, &start) != 0)
         return;
-    std::unique_ptr<uint8_t, Free> scratch(static_cast<uint8_t*>(std::malloc(4)));
+    const zoflv_block scratch = zoflv_alloc(4);
     if (!scratch) {
         log_error("malloc err.");
         return;
@@ -731,8 +728,7 @@ bool copy_nals(ZOFLVDS* s, const FrameOut& out, int64_t payload)
 // failed.
 int copy_configuration(ZOFLVDS* s, const FrameOut& out, int payload)
 {
-    const std::unique_ptr<uint8_t, Free> block(
-        static_cast<uint8_t*>(std::malloc(static_cast<size_t>(payload))));
+    const zoflv_block block = zoflv_alloc(static_cast<size_t>(payload));
     if (!block)
         return 992;
     ZOFLVD_RDBUF rb;
@@ -1476,7 +1472,7 @@ int zoflvds_seek_bytestream(ZOFLVDS* s, const int64_t* time, int64_t* out_time, 
     int64_t pos = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
         return fail(__LINE__);
-    std::unique_ptr<uint8_t, Free> buf(static_cast<uint8_t*>(std::malloc(window_size)));
+    const zoflv_block buf = zoflv_alloc(window_size);
     if (!buf) {
         __android_log_print(ANDROID_LOG_ERROR, log_tag, "malloc failed!, [%s: %d]",
                             "zoflv/dmx/zoflvd", __LINE__);

@@ -3,6 +3,7 @@
 
 #include "zoflv/dmx/zoflv_err.h"
 #include "zoflv/dmx/zoflv_log.h"
+#include "zoflv/dmx/zoflv_mem.h"
 #include "zoflv/dmx/zoflv_num.h"
 #include "zoflv/dmx/zoflvd_rdbuf.h"
 #include "zoflv/dmx/zoflvd_tag.h"
@@ -11,7 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <memory>
 
 namespace {
 
@@ -161,10 +161,6 @@ uint32_t type_size(uint8_t type)
         return 0;
     }
 }
-
-struct Free {
-    void operator()(void* p) const { std::free(p); }
-};
 
 template <typename T>
 T* field_at(ZOFLVD_METADATA* md, size_t offset)
@@ -509,7 +505,7 @@ int zoflvd_metadata_init(const _ZOCMN_MFAL* mfal, void* file, const int64_t* fir
     }
     if (!zoflv_pos_add(*first_tag_pos, int64_t{first.data_size} + ZOFLV_TAG_OVERHEAD, next_pos))
         return ZOFLV_ERR_FORMAT;
-    std::unique_ptr<void, Free> block(std::malloc(first.data_size));
+    const zoflv_block block = zoflv_alloc(first.data_size);
     if (!block) {
         __android_log_print(ANDROID_LOG_ERROR, tag, "malloc failed!, [%s: %d]", source, __LINE__);
         return ZOFLV_ERR_MALLOC;

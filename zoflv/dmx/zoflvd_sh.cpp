@@ -2,6 +2,7 @@
 #include "zoflv/dmx/zoflvd_sh.h"
 
 #include "zoflv/dmx/zoflv_log.h"
+#include "zoflv/dmx/zoflv_mem.h"
 #include "zoflv/dmx/zoflv_num.h"
 #include "zoflv/dmx/zoflvd_bs.h"
 #include "zoflv/dmx/zoflvd_h263.h"
@@ -10,7 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <memory>
+#include <utility>
 
 namespace {
 
@@ -27,17 +28,6 @@ enum : int32_t {
     handler_stop = 1,
     handler_again = -1,
 };
-
-struct Free {
-    void operator()(void* p) const { std::free(p); }
-};
-using Block = std::unique_ptr<uint8_t, Free>;
-
-// A block of `size` bytes; one of 0 bytes is a block too.
-Block allocate(size_t size)
-{
-    return Block(static_cast<uint8_t*>(std::malloc(size ? size : 1)));
-}
 
 int fail(int check)
 {
@@ -57,7 +47,7 @@ void release_csd(ZOFLVD_SH* sh)
     sh->csd_size = 0;
 }
 
-void store_csd(ZOFLVD_SH* sh, Block csd, int32_t size)
+void store_csd(ZOFLVD_SH* sh, zoflv_block csd, int32_t size)
 {
     release_csd(sh);
     sh->csd = csd.release();
@@ -75,7 +65,7 @@ int32_t sh_format(ZOFLVD_SH* sh, const ZOFLVD_RDBUF* rb)
     const uint32_t rest = zoflvd_rdbuf_remained(rb);
     if (rest == 0)
         return handler_ok;
-    Block csd = allocate(rest);
+    zoflv_block csd = zoflv_alloc(rest);
     if (!csd) {
         release_csd(sh);
         return fail(__LINE__);
@@ -275,7 +265,7 @@ int32_t sh_video_avc(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
     }
     if (size < 1)
         return handler_ok;
-    Block csd = allocate(static_cast<size_t>(size));
+    zoflv_block csd = zoflv_alloc(static_cast<size_t>(size));
     if (!csd) {
         fail(__LINE__);
         return handler_stop;
@@ -595,7 +585,7 @@ int32_t read_video_header(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, int strm_indx)
 int search_video_header(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, int strm_indx,
                         ZOFLVD_TAG tag)
 {
-    Block body;
+    zoflv_block body;
     uint32_t capacity = 0;
     for (int read = 0; read < max_tags; ++read) {
         int64_t behind = ZOFLV_PREV_TAG_SIZE;
@@ -604,7 +594,7 @@ int search_video_header(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, int 
         } else {
             if (tag.data_size >= capacity) {
                 body.reset();
-                body = allocate(tag.data_size);
+                body = zoflv_alloc(tag.data_size);
                 capacity = tag.data_size;
             }
             if (!body)
@@ -710,7 +700,7 @@ void finish(ZOFLVD_SH* sh, uint32_t* fourcc_out)
 int init_audio(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, int strm_indx,
                uint32_t* fourcc_out, const ZOFLVD_TAG& first)
 {
-    Block body = allocate(first.data_size);
+    zoflv_block body = zoflv_alloc(first.data_size);
     if (!body) {
         fail(__LINE__);
         return fail_stream(sh);
