@@ -1,97 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// Writes the seed corpus into a folder: for each target a few small inputs that reach its parts.
-#include "tests/support/flv_builder.h"
+// Writes the seed corpus into a folder.
+#include "fuzz/seeds.h"
 
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 
 namespace fs = std::filesystem;
-
-namespace {
-
-struct Seed {
-    const char* target;
-    const char* name;
-    Bytes bytes;
-};
-
-Bytes avc_record_720()
-{
-    return avc_record({avc_sps(80, 45)}, {hex("68 CE 38 80")});
-}
-
-// Two seconds of interleaved AVC and AAC with three keyframes.
-FlvBuilder interleaved()
-{
-    FlvBuilder flv;
-    flv.header();
-    flv.tag(9, 0, avc_config_tag(avc_record_720())).tag(8, 0, aac_config_tag());
-    for (uint32_t i = 0; i < 12; ++i) {
-        flv.tag(9, i * 160, avc_tag({fill(20), fill(9)}, i % 4 == 0));
-        flv.tag(8, i * 160 + 5, aac_tag(fill(30)));
-    }
-    return flv.tag(9, 2000, hex("17 02 00 00 00"));
-}
-
-const Bytes duration = amf_prop("duration", amf_num(2));
-
-std::vector<Seed> seeds()
-{
-    const Bytes indexed = interleaved().indexed({duration}).bytes();
-    const Bytes bare = interleaved().bytes();
-    const Bytes plain = cat({FlvBuilder().header().tag(18, 0, on_meta_data({duration})).bytes(),
-                             Bytes(bare.begin() + 13, bare.end())});
-    FlvBuilder in_stream;
-    in_stream.header(1).tag(9, 0, avc_config_tag(avc_record_720()));
-    in_stream.tag(9, 0, avc_tag({fill(20)})).tag(9, 40, avc_config_tag(avc_record_720()));
-    FlvBuilder mp3;
-    mp3.header(4).tag(8, 0, mp3_tag(fill(60))).tag(8, 26, mp3_tag(fill(60)));
-    FlvBuilder scan;
-    scan.header(0).tag(9, 0, hex("13 30 A0 30 78 00 00")).tag(8, 0, hex("32 01 02 03 04"));
-    const Bytes meta = on_meta_data(
-        {duration, amf_prop("width", amf_num(640)), amf_prop("hasVideo", amf_bool(true)),
-         amf_prop("creator", amf_str("nobody")), amf_prop("list", amf_array({1, 2})),
-         amf_prop("map", amf_ecma(1, {amf_prop("a", amf_num(1))})),
-         amf_keyframes({0, 1}, {13, 500})});
-    const Bytes calls =
-        hex("00 40 00 00 04 80 00 00 08 20 00 00 0C F0 00 00 05 00 00 00 02 00 00 00 07");
-    return {
-        {"file", "indexed", indexed},
-        {"file", "plain", plain},
-        {"file", "in_stream_configuration", in_stream.bytes()},
-        {"file", "mp3", mp3.bytes()},
-        {"file", "no_flags", scan.bytes()},
-        {"seek", "indexed", cat({indexed, calls})},
-        {"seek", "plain", cat({plain, calls})},
-        {"metadata", "known_and_unknown", meta},
-        {"metadata", "nested",
-         cat({amf_str("onMetaData"),
-              hex("08 00 00 00 01 00 01 61"),
-              {3},
-              amf_prop("b", amf_object({amf_prop("c", amf_array({}))}))})},
-        {"headers", "avc", cat({{0}, avc_config_tag(avc_record_720())})},
-        {"headers", "h263", hex("00 12 00 00 84 00 81 2C 0B 00 24 2F 7F")},
-        {"headers", "screen", hex("00 13 30 A0 30 78 00")},
-        {"headers", "screen2", hex("00 16 00 30 A0 30 78 00")},
-        {"headers", "vp6", hex("00 14 08 10 46 01 02 1E 28 1E 28 00")},
-        {"headers", "vp6a", hex("00 15 08 00 00 10 10 46 01 02 1E 28 1E 28 00")},
-        {"headers", "mp3", cat({{1}, mp3_tag(fill(20))})},
-        {"headers", "aac", cat({{1}, aac_config_tag()})},
-        {"headers", "aac_escapes", cat({{1}, aac_config_tag(hex("F8 3E 00 5D C0 40"))})},
-        {"headers", "inter_frames_first", hex("08 24 00 80 00 14 00 00 46 01")},
-        {"bits", "reads", cat({hex("07 28 48 6F 80 A1 C0 E0 E1 1F 84"), fill(11, 0x41)})},
-        {"bits", "rbsp", hex("E1 E0 80 A2 C0 00 00 00 01 67 00 00 03 01")},
-        {"plugin", "indexed", indexed},
-        {"plugin", "plain", plain},
-        {"plugin", "mp3", mp3.bytes()},
-        {"device", "avc", cat({hex("00 00 00 00 01"), avc_sps(80, 45)})},
-        {"device", "h263", hex("01 00 00 84 00 81 2C 0B 00 24 2F 7F")},
-        {"device", "aac", hex("03 12 10 00 00")},
-    };
-}
-
-} // namespace
 
 int main(int argc, char** argv)
 {

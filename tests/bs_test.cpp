@@ -72,7 +72,7 @@ TEST(Bs, ReadsAndTheirEdges)
         {"A5 0F 93 7E C1", 4, {peek}, 16, 0x50F9, 4, {}},
         {"00 00 00 00 80 00 00 02 80", 0, {ue}, 0, 4, 65, {}},          // the largest code, wrapped
         {"00 00 00 00 40 00 00 00 00 00", 0, {ue}, 0, all, 67, failed}, // 33 zeros
-        {"00 00 00 00 40", 0, {ue}, 0, all, 40, failed}, // no farther than the end
+        {"00 00 00 00 40", 0, {ue}, 0, all, 40, failed},                // no farther than the end
         {"40", 0, {ue, se, te}, 2, 1, 3, {}},
         {"60", 0, {se}, 0, -1, 3, {}},
         // the payload's end
