@@ -133,3 +133,23 @@ TEST(Bs, Writer)
     EXPECT_EQ(zoflvd_bs_bits_written(&bs), 36);
     EXPECT_EQ(cut(room, 6), hex("CF 1B BC DC 0D EE")); // an open byte's bits lie low
 }
+
+TEST(Bs, PeeksAsManyAsThereAreAndCountsZeros)
+{
+    uint8_t byte = 0xA5;
+    ZOFLVD_BS bs;
+    zoflvd_bs_init(&bs, &byte, 1, 0);
+    int avail = -7;
+    EXPECT_EQ(zoflvd_bs_peek_max(&bs, 0, &avail), 0xFFFFFFFFU);
+    EXPECT_EQ(avail, 0);
+    EXPECT_EQ(zoflvd_bs_peek_max(&bs, 12, &avail), 0xA5U);
+    EXPECT_EQ(zoflvd_bs_peek_max(&bs, 33, &avail), 0xFFFFFFFFU);
+    zoflvd_bs_skip(&bs, 8);
+    EXPECT_EQ(zoflvd_bs_peek_max(&bs, 1, &avail), 0U);
+    EXPECT_EQ(avail, 8) << "written by a failure";
+    for (const int zeros : {0, 7, 31})
+        EXPECT_EQ(zoflvd_bs_clz_in_code(0xFFFFFFFFU >> zeros), zeros);
+    EXPECT_EQ(zoflvd_bs_clz_in_code(0), 32);
+    zoflvd_bs_init(&bs, &byte, -5, 0);
+    EXPECT_EQ(zoflvd_bs_read1(&bs), 0U) << "a negative size counts as 0";
+}

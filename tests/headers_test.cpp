@@ -195,4 +195,25 @@ TEST(Headers, SequenceParameterSets)
     }
 }
 
+TEST(Headers, MeasuresARecordAndRaisesTheFrameSize)
+{
+    const Bytes record = avc_record({Bytes(25, 0x67)}, {Bytes(5, 0x68)});
+    MemFile file(record);
+    Bytes block(record.size());
+    ZOFLVD_RDBUF rb;
+    ASSERT_EQ(zoflvd_rdbuf_init(&rb, block.data(), 41, file.mfal(), file.fh(), 1), 0);
+    ZOFLVD_SH sh = {};
+    int32_t csd = 0;
+    int32_t body = 0;
+    int32_t all = 0;
+    EXPECT_EQ(sh_video_avc_dec_cfg(&sh, &rb, nullptr, &csd, &body, &all), 0);
+    EXPECT_TRUE(csd == 38 && body == 36 && all == 41 && sh.h264_frm_len_size == 4);
+    for (const int type : {9, 18}) { // only audio and video
+        sh.strm_type = static_cast<uint8_t>(type);
+        zoflvd_sh_upd(&sh, 100 * type);
+        zoflvd_sh_upd(&sh, 50);
+        EXPECT_EQ(sh.max_frm_size, 900);
+    }
+}
+
 } // namespace

@@ -94,4 +94,13 @@ TEST(Open, Arguments)
                              "ERR: invalid argument, exit.|zoflvd_create() failed")));
 }
 
+TEST(Open, ALongerStreamRaisesTheDuration)
+{
+    Dmx dmx(flv(4).tag(8, 0, mp3_tag()).bytes(), 7);
+    dmx.h->sh[0].duration = 9;
+    zoflvds_close(zoflvds_open(dmx.h, 0, nullptr));
+    EXPECT_EQ(zoflvd_get_info(dmx.h, &dmx.info), 0);
+    EXPECT_EQ(dmx.info.duration, 9);
+}
+
 } // namespace
