@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // The plugin as the framework loads it.
+#include "fuzz/plugin_walk.h"
+#include "fuzz/seeds.h"
 #include "libextractor/zoflv_extractor.h"
 #include "tests/support/demux.h"
 
@@ -389,6 +391,28 @@ TEST(Source, ReadsAndSeeksBeyond4GiB)
         EXPECT_TRUE(std::equal(picture.begin() + 1, picture.end(), sample.data()));
     }
     std::filesystem::remove(path);
+}
+
+TEST(Plugin, SurvivesEachReadFailing)
+{
+    const ScopedLogSink quiet{[](int, const std::string&, const std::string&) {}};
+    for (const Seed& seed : seeds()) {
+        if (std::string(seed.target) != "plugin" && std::string(seed.target) != "file")
+            continue;
+        MemoryDataSource sound(seed.bytes);
+        EXPECT_GT(walk_plugin(library->definition(), &sound, 1).frames, 0) << seed.name;
+        for (uint64_t n = 1; n <= sound.reads(); ++n) {
+            for (const int kind : {0, 1, 2, 3}) {
+                MemoryFaults faults;
+                (kind & 1 ? faults.short_at : faults.fail_at) = n;
+                faults.short_bytes = 1;
+                faults.sticky = kind & 2;
+                MemoryDataSource source(seed.bytes, faults);
+                walk_plugin(library->definition(), &source, 1);
+                EXPECT_LE(source.size_queries(), 1U) << "opened again";
+            }
+        }
+    }
 }
 
 } // namespace
