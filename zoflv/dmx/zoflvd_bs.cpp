@@ -66,6 +66,22 @@ uint32_t gather(const ZOFLVD_BS* bs, uint32_t n)
     return static_cast<uint32_t>(value & ((uint64_t{1} << n) - 1));
 }
 
+// Logs a count that is none and a position past the end, with the value that such a read gives.
+bool refused(const ZOFLVD_BS* bs, int n, uint32_t* value)
+{
+    if (n < 0 || n > 32) {
+        fail(__LINE__);
+        *value = all_set;
+        return true;
+    }
+    if (past_end(bs)) {
+        fail(__LINE__);
+        *value = 0;
+        return true;
+    }
+    return false;
+}
+
 // Counts the 0 bits before the next 1 bit. False when the buffer ends first.
 bool count_zeros(const ZOFLVD_BS* bs, uint32_t* zeros)
 {
@@ -116,16 +132,11 @@ uint32_t zoflvd_bs_read(ZOFLVD_BS* bs, int n)
 {
     if (n == 0)
         return 0;
-    if (n < 0 || n > 32) {
-        fail(__LINE__);
-        return all_set;
-    }
-    if (past_end(bs)) {
-        fail(__LINE__);
-        return 0;
-    }
+    uint32_t value = 0;
+    if (refused(bs, n, &value))
+        return value;
     const uint32_t bits = static_cast<uint32_t>(n);
-    uint32_t value = all_set;
+    value = all_set;
     if (bits <= bits_left(bs))
         value = gather(bs, bits);
     else
@@ -152,14 +163,9 @@ uint32_t zoflvd_bs_peek_max(const ZOFLVD_BS* bs, int n, int* avail)
         *avail = 0;
         return all_set;
     }
-    if (n < 0 || n > 32) {
-        fail(__LINE__);
-        return all_set;
-    }
-    if (past_end(bs)) {
-        fail(__LINE__);
-        return 0;
-    }
+    uint32_t value = 0;
+    if (refused(bs, n, &value))
+        return value;
     const uint64_t left = bits_left(bs);
     const uint32_t wanted = static_cast<uint32_t>(n);
     const uint32_t bits = wanted < left ? wanted : static_cast<uint32_t>(left);
