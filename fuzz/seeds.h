@@ -5,6 +5,8 @@
 
 #include "tests/support/flv_builder.h"
 
+#include <algorithm>
+
 struct Seed {
     const char* target;
     const char* name;
@@ -31,6 +33,22 @@ inline FlvBuilder interleaved()
 
 inline const Bytes two_seconds = amf_prop("duration", amf_num(2));
 
+// The same with an index whose entries stand `shift` bytes from their tags, but for the first `right`.
+inline Bytes with_wrong_index(size_t right, int shift)
+{
+    const FlvBuilder flv = interleaved().indexed({two_seconds});
+    Bytes out = flv.bytes();
+    for (const FlvBuilder::Tag& tag : flv.tags()) {
+        if (!tag.key || right-- > 0)
+            continue;
+        const Bytes entry = amf_num(static_cast<double>(tag.pos));
+        const Bytes wrong = amf_num(static_cast<double>(tag.pos) + shift);
+        std::copy(wrong.begin(), wrong.end(),
+                  std::search(out.begin(), out.end(), entry.begin(), entry.end()));
+    }
+    return out;
+}
+
 inline std::vector<Seed> seeds()
 {
     const Bytes indexed = interleaved().indexed({two_seconds}).bytes();
@@ -53,6 +71,9 @@ inline std::vector<Seed> seeds()
         hex("00 40 00 00 04 80 00 00 08 20 00 00 0C F0 00 00 05 00 00 00 02 00 00 00 07");
     return {
         {"file", "indexed", indexed},
+        {"file", "index_a_little_off", with_wrong_index(1, -7)},
+        {"file", "index_far_off", with_wrong_index(1, 1 << 20)},
+        {"file", "index_wrong_from_the_first", with_wrong_index(0, 3)},
         {"file", "plain", plain},
         {"file", "in_stream_configuration", in_stream.bytes()},
         {"file", "mp3", mp3.bytes()},

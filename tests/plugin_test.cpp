@@ -13,6 +13,8 @@
 #include <zoflv_host/extractor.h>
 #include <zoflv_host/log.h>
 
+extern "C" android::ExtractorDef GETEXTRACTORDEF();
+
 using namespace zoflv_host;
 using Lines = std::vector<std::string>;
 
@@ -393,7 +395,7 @@ TEST(Source, ReadsAndSeeksBeyond4GiB)
     std::filesystem::remove(path);
 }
 
-TEST(Plugin, SurvivesEachReadFailing)
+TEST(Plugin, SurvivesEachReadAndAllocationFailing)
 {
     const ScopedLogSink quiet{[](int, const std::string&, const std::string&) {}};
     for (const Seed& seed : seeds()) {
@@ -402,16 +404,29 @@ TEST(Plugin, SurvivesEachReadFailing)
         MemoryDataSource sound(seed.bytes);
         EXPECT_GT(walk_plugin(library->definition(), &sound, 1).frames, 0) << seed.name;
         for (uint64_t n = 1; n <= sound.reads(); ++n) {
-            for (const int kind : {0, 1, 2, 3}) {
+            for (const int kind : {0, 1, 2, 3, 4, 5}) {
                 MemoryFaults faults;
-                (kind & 1 ? faults.short_at : faults.fail_at) = n;
-                faults.short_bytes = 1;
-                faults.sticky = kind & 2;
+                (kind < 2 ? faults.fail_at : faults.short_at) = n;
+                faults.short_bytes = kind < 4 ? 1 : -1;
+                faults.sticky = kind & 1;
                 MemoryDataSource source(seed.bytes, faults);
                 walk_plugin(library->definition(), &source, 1);
                 EXPECT_LE(source.size_queries(), 1U) << "opened again";
             }
         }
+        int allocations = 0;
+        for (const bool sticky : {false, true}) {
+            for (int n = 0, reached = 1; reached; ++n, ++allocations) {
+                MemoryDataSource source(seed.bytes);
+                HeapFaults heap;
+                heap.fail(n, sticky);
+                walk_plugin(GETEXTRACTORDEF(), &source, 1); // linked in: the loaded one is not seen
+                EXPECT_EQ(heap.live(), 0) << seed.name << ", allocation " << n;
+                reached = heap.count() > n;
+            }
+        }
+        std::printf("%s: %d reads failed, %d allocations\n", seed.name,
+                    static_cast<int>(sound.reads()) * 6, allocations - 2);
     }
 }
 

@@ -126,9 +126,13 @@ ssize_t MemoryDataSource::read_at(uint64_t call, int64_t offset, void* data, siz
         return READ_FAILED;
     if (static_cast<uint64_t>(offset) >= m_size)
         return 0;
+    if (hits(m_faults.short_at)) {
+        const int64_t asked = static_cast<int64_t>(size);
+        const int64_t left =
+            m_faults.short_bytes < 0 ? asked + m_faults.short_bytes : m_faults.short_bytes;
+        size = static_cast<size_t>(std::clamp<int64_t>(left, 0, asked));
+    }
     size = std::min(size, m_size - static_cast<size_t>(offset));
-    if (hits(m_faults.short_at))
-        size = std::min(size, m_faults.short_bytes);
     if (size > 0)
         std::memcpy(data, m_data.get() + offset, size);
     return static_cast<ssize_t>(size);

@@ -15,6 +15,7 @@
 class MemFile {
 public:
     enum Kind { Open, Close, Read, GetPos, SetPos, Skip, GetSize, Any };
+    static constexpr int ALL_BUT_ONE = -2; ///< a read result: one byte less than asked for
 
     explicit MemFile(const Bytes& bytes)
         : reported_size(static_cast<long long>(bytes.size())), data(bytes)
@@ -40,7 +41,8 @@ public:
     }
 
     /// Makes the `n`-th call of `kind`, from 0, fail, and when `sticky` every later one: null or
-    /// -1, for a read `read_result`, -1 or the number of bytes it gives. `n` counts from reset().
+    /// -1, for a read `read_result`: -1, ALL_BUT_ONE or the most bytes it gives. `n` counts from
+    /// reset().
     MemFile& fail(Kind kind, int n, bool sticky = false, int read_result = 0)
     {
         fault = {kind, n, sticky, read_result};
@@ -107,12 +109,14 @@ private:
         if (size < 1)
             return 0;
         std::memset(buf, 0xA5, static_cast<size_t>(size)); // the whole room has to be there
-        if (!ok && file.fault.read_result < 0)
+        const int faulty =
+            file.fault.read_result == ALL_BUT_ONE ? size - 1 : file.fault.read_result;
+        if (!ok && faulty < 0)
             return -1;
         const long long size_all = static_cast<long long>(file.data.size());
         const long long left =
             pos < 0 ? 0 : size_all - pos; // a position may be the lowest there is
-        const long long room = ok ? size : std::min(size, file.fault.read_result);
+        const long long room = ok ? size : std::min(size, faulty);
         const long long n = std::max(0LL, std::min(room, left));
         if (n > 0)
             std::memcpy(buf, &file.data[static_cast<size_t>(pos)], static_cast<size_t>(n));
