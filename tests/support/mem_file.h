@@ -108,7 +108,9 @@ private:
         const bool ok = file.call(Read);
         if (size < 1)
             return 0;
-        std::memset(buf, 0xA5, static_cast<size_t>(size)); // the whole room has to be there
+        // The whole room has to be there; but a tag may claim 16 MiB that the file does not have.
+        std::memset(buf, 0xA5, static_cast<size_t>(std::min(size, 4096)));
+        static_cast<uint8_t*>(buf)[size - 1] = 0xA5;
         const int faulty =
             file.fault.read_result == ALL_BUT_ONE ? size - 1 : file.fault.read_result;
         if (!ok && faulty < 0)
