@@ -24,7 +24,7 @@ void call(ZOFLVD_BS* bs, int op, int n)
         WALK_CHECK(avail >= 0 && avail <= n);
         break;
     case 3:
-        zoflvd_bs_skip(bs, n);
+        zoflvd_bs_skip(bs, n - 1);
         break;
     case 4:
         zoflvd_bs_read_ue(bs);
@@ -73,6 +73,8 @@ void call(ZOFLVD_RDBUF* rb, int op, int n)
         break;
     default:
         zoflvd_rdbuf_int32(rb, nullptr);
+        WALK_CHECK(zoflvd_rdbuf_int24(rb, nullptr) == -1);
+        WALK_CHECK(zoflvd_rdbuf_ecma_str(rb, text, nullptr, n) == -1);
     }
     WALK_CHECK(rb->base <= rb->cur && rb->cur <= rb->end && rb->bit_pos <= 7);
 }
@@ -97,5 +99,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     for (size_t i = 0; i < calls; ++i)
         call(&rb, data[i] >> 5, (data[i] & 31) + 1);
+    zoflvd_rdbuf_deinit(&rb);
     return 0;
 }

@@ -46,6 +46,8 @@ void check_record(const uint8_t* data, size_t size)
     const std::unique_ptr<uint8_t[]> out(new uint8_t[static_cast<size_t>(measured) + 1]);
     int32_t written = -1;
     zoflvd_rdbuf_rewind(&rb, 0);
+    WALK_CHECK(sh_video_avc_dec_cfg(&sh, &rb, nullptr, nullptr, nullptr, nullptr) == 0);
+    zoflvd_rdbuf_rewind(&rb, 0);
     if (sh_video_avc_dec_cfg(&sh, &rb, out.get(), &written, nullptr, nullptr) == 0)
         WALK_CHECK(written == measured);
 }
@@ -64,7 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     h.data_len = h.file_size;
     h.sh[0].strm_type = type;
     uint32_t fourcc = 0;
-    const int rc = zoflvd_sh_init(&h.sh[0], file.mfal(), file.fh(), &h, 0, &fourcc);
+    const int rc =
+        zoflvd_sh_init(&h.sh[0], file.mfal(), file.fh(), &h, 0, size % 2 ? &fourcc : nullptr);
     WALK_CHECK(walk_is_one_of(rc, {0, -1}));
     WALK_CHECK((h.sh[0].csd != nullptr) == (h.sh[0].csd_size > 0));
     WALK_CHECK(rc == 0 || !h.sh[0].csd);

@@ -36,7 +36,9 @@ inline const Bytes two_seconds = amf_prop("duration", amf_num(2));
 // The same with an index whose entries stand `shift` bytes from their tags, but for the first `right`.
 inline Bytes with_wrong_index(size_t right, int shift)
 {
-    const FlvBuilder flv = interleaved().indexed({two_seconds});
+    // So long that the search near the second entry, in steps of 100 bytes, meets its tag.
+    const Bytes creator = amf_prop("creator", amf_str(std::string(30, 'x')));
+    const FlvBuilder flv = interleaved().indexed({two_seconds, creator});
     Bytes out = flv.bytes();
     for (const FlvBuilder::Tag& tag : flv.tags()) {
         if (!tag.key || right-- > 0)

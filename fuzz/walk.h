@@ -84,6 +84,7 @@ public:
         result.opened = true;
         result.streams = info.strm_cnt;
         WALK_CHECK(zoflvd_get_info(h, &info) == 0 && info.region_cnt == 1);
+        misuse(info);
         for (int i = -1; i <= info.strm_cnt; ++i)
             query(i, i >= 0 && i < info.strm_cnt);
         for (int i = 0; i < info.strm_cnt; ++i)
@@ -94,6 +95,41 @@ public:
 
 private:
     using Block = std::unique_ptr<uint8_t[]>;
+
+    // Every operation without its handle, or without the place for its result.
+    void misuse(ZOFLVD_INFO info)
+    {
+        ZOFLVD_INFO_VID video;
+        ZOFLVD_INFO_AUD audio;
+        int size = 0;
+        int64_t time = 0;
+        int err = 77;
+        WALK_CHECK(!zoflvd_create(nullptr, &time, &info, &err) && err == 0);
+        WALK_CHECK(!zoflvd_create(mfal, nullptr, &info, nullptr));
+        WALK_CHECK(!zoflvd_create(mfal, &time, nullptr, nullptr));
+        zoflvd_delete(nullptr);
+        zoflvds_close(nullptr);
+        const int codes[] = {
+            zoflvd_get_info(nullptr, &info),
+            zoflvd_get_info(h, nullptr),
+            zoflvd_get_info_vid(nullptr, 0, &video),
+            zoflvd_get_info_vid(h, 0, nullptr),
+            zoflvd_get_info_aud(nullptr, 0, &audio),
+            zoflvd_get_info_aud(h, 0, nullptr),
+            zoflvd_get_format(nullptr, 0, nullptr, &size),
+            zoflvd_get_idx_table(nullptr, 0, nullptr, 0, &size, &size),
+            zoflvds_get_info_vid(nullptr, &video),
+            zoflvds_get_info_aud(nullptr, &audio),
+            zoflvds_get_format(nullptr, nullptr, &size),
+            zoflvds_get_idx_table(nullptr, nullptr, 0, &size, &size),
+            zoflvds_get_frm(nullptr, nullptr, 0, &size, &time, &time),
+            zoflvds_get_frm_finalyze(nullptr, 0, &time),
+            zoflvds_seek(nullptr, &time, &time, 0),
+        };
+        for (const int code : codes)
+            WALK_CHECK(code == -1);
+        WALK_CHECK(!zoflvds_open(nullptr, 0, nullptr));
+    }
 
     // A call that tells a size first and then wants a buffer of it.
     template <typename Query>
@@ -139,6 +175,8 @@ private:
         ZOFLVD_INFO_VID video;
         ZOFLVD_INFO_AUD audio;
         WALK_CHECK(zoflvds_get_info_vid(s, &video) == 0 && zoflvds_get_info_aud(s, &audio) == 0);
+        WALK_CHECK(zoflvds_get_info_vid(s, nullptr) == -1);
+        WALK_CHECK(zoflvds_get_info_aud(s, nullptr) == -1);
         sized([&](void* buf, int* size) { return zoflvds_get_format(s, buf, size); });
         for (int failures = 0; failures < 3;) // some failures drop a frame only
             failures += walk_is_one_of(read_frame(), {0, -4}) ? 0 : 1;

@@ -14,14 +14,30 @@
 
 namespace {
 
+/// The seed as a file, its bytes cut off behind `length`: in a whole tag, where it is not a file.
+Bytes file_of(const Seed& seed, size_t length)
+{
+    const std::string target = seed.target;
+    const Bytes bytes = cut(seed.bytes, length);
+    if (target == "headers")
+        return header_seed_file(bytes);
+    if (target == "metadata")
+        return FlvBuilder().header(1).tag(18, 0, bytes).tag(9, 0, hex("13 30 A0 30 78")).bytes();
+    return bytes;
+}
+
+bool is_file_part(const Seed& seed)
+{
+    const std::string target = seed.target;
+    return target == "file" || target == "headers" || target == "metadata";
+}
+
 std::vector<Seed> files()
 {
     std::vector<Seed> out;
     for (const Seed& seed : seeds()) {
-        if (std::string(seed.target) == "file")
-            out.push_back(seed);
-        if (std::string(seed.target) == "headers")
-            out.push_back({"file", seed.name, header_seed_file(seed.bytes)});
+        if (is_file_part(seed))
+            out.push_back({"file", seed.name, file_of(seed, seed.bytes.size())});
     }
     return out;
 }
@@ -48,6 +64,14 @@ TEST(Hostile, SeedsAreReadWhole)
         MemFile file(seed.bytes);
         const WalkResult result = walk_demuxer(file.mfal(), 1);
         EXPECT_TRUE(result.opened && result.frames > 0) << seed.name;
+    }
+}
+
+TEST(Hostile, CutInsideTheTag)
+{
+    for (const Seed& seed : seeds()) {
+        for (size_t length = 1; is_file_part(seed) && length < seed.bytes.size(); ++length)
+            walk(file_of(seed, length));
     }
 }
 

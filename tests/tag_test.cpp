@@ -40,4 +40,24 @@ TEST(Tag, NextStopsWhereItShould)
     }
 }
 
+TEST(Tag, WithoutAnArgument)
+{
+    LogCapture log;
+    MemFile file({});
+    ZOFLVD_TAG tag{};
+    const int64_t at = 1;
+    void* fh = file.fh();
+    EXPECT_EQ(zoflvd_tag_read(nullptr, fh, &tag), -1);
+    EXPECT_EQ(zoflvd_tag_read(file.mfal(), nullptr, &tag), -1);
+    EXPECT_EQ(zoflvd_tag_read(file.mfal(), fh, nullptr), -1);
+    EXPECT_TRUE(log.is(lines("ERR: invalid argument, exit.|ERR: invalid argument, exit.|"
+                             "ERR: invalid argument, exit.")));
+    EXPECT_EQ(zoflvd_tag_next(nullptr, fh, &at, 9, 0, &at, &tag), -1);
+    EXPECT_EQ(zoflvd_tag_next(file.mfal(), nullptr, &at, 9, 0, &at, &tag), -1);
+    EXPECT_EQ(zoflvd_tag_next(file.mfal(), fh, nullptr, 9, 0, &at, &tag), -1);
+    EXPECT_EQ(zoflvd_tag_next(file.mfal(), fh, &at, 9, 0, nullptr, &tag), -1);
+    EXPECT_EQ(zoflvd_tag_next(file.mfal(), fh, &at, 9, 0, &at, nullptr), -1);
+    EXPECT_TRUE(log.is({}));
+}
+
 } // namespace
