@@ -178,6 +178,7 @@ private:
         WALK_CHECK(zoflvds_get_info_vid(s, nullptr) == -1);
         WALK_CHECK(zoflvds_get_info_aud(s, nullptr) == -1);
         sized([&](void* buf, int* size) { return zoflvds_get_format(s, buf, size); });
+        sometimes_short = choose(2) == 0;
         for (int failures = 0; failures < 3;) // some failures drop a frame only
             failures += walk_is_one_of(read_frame(), {0, -4}) ? 0 : 1;
         seek_about(duration);
@@ -196,8 +197,8 @@ private:
             if (rc != 0)
                 return rc;
             WALK_CHECK(size >= 0 && next_time == asked_time);
-            if (choose(16) == 0 && size > 0)
-                --size; // one byte short: dropped, or the end of an AVC stream
+            if (sometimes_short && choose(16) == 0 && size > 0)
+                --size; // one byte less: dropped, or the end of an AVC stream
         }
         const Block block(new uint8_t[static_cast<size_t>(size) + (size == 0)]);
         int length = 0;
@@ -249,6 +250,7 @@ private:
     WalkChoice choose;
     ZOFLVD* h = nullptr;
     ZOFLVDS* s = nullptr;
+    bool sometimes_short = false; ///< the buffer
     WalkResult result;
 };
 
