@@ -93,7 +93,7 @@ inline std::vector<Seed> seeds()
         {"headers", "screen", hex("00 13 30 A0 30 78 00")},
         {"headers", "screen2", hex("00 16 00 30 A0 30 78 00")},
         {"headers", "vp6", hex("00 14 08 10 46 01 02 1E 28 1E 28 00")},
-        {"headers", "vp6a", hex("00 15 08 00 00 10 10 46 01 02 1E 28 1E 28 00")},
+        {"headers", "vp6a", hex("00 15 08 00 00 10 11 46 00 00 01 02 1E 28 1E 28")},
         {"headers", "mp3", cat({{1}, mp3_tag(fill(20))})},
         {"headers", "aac", cat({{1}, aac_config_tag()})},
         {"headers", "aac_escapes", cat({{1}, aac_config_tag(hex("F8 3E 00 5D C0 40"))})},

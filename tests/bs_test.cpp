@@ -69,7 +69,7 @@ TEST(Bs, ReadsAndTheirEdges)
         // values and codes
         {"A5 0F 93 7E C1", 7, {next}, 32, 0x87C9BF60, 39, {}},
         {"A5 0F 93 7E C1", 3, {next}, 5, 5, 8, {}},
-        {"A5 0F 93 7E C1", 4, {peek}, 16, 0x50F9, 4, {}},
+        {"A5 0F 93 7E C1", 4, {peek}, 32, 0x50F937EC, 4, {}},
         {"00 00 00 00 80 00 00 02 80", 0, {ue}, 0, 4, 65, {}},          // the largest code, wrapped
         {"00 00 00 00 40 00 00 00 00 00", 0, {ue}, 0, all, 67, failed}, // 33 zeros
         {"00 00 00 00 40", 0, {ue}, 0, all, 40, failed},                // no farther than the end

@@ -177,6 +177,8 @@ TEST(Streams, InformationAndCodecData)
     Bytes buf(csd.size() / 2);
     EXPECT_TRUE(zoflvds_get_format(t.s, buf.data(), nullptr) == 0 && to_hex(buf) == csd);
     EXPECT_EQ(zoflvd_get_format(t.h, 1, nullptr, nullptr), -1);
+    t.s->sh.csd_size = 0; // codec data of no size
+    EXPECT_EQ(zoflvds_get_format(t.s, nullptr, nullptr), -3);
     EXPECT_FALSE(zoflvds_open(t.h, 1, nullptr) || zoflvds_open(nullptr, 0, nullptr));
     EXPECT_TRUE(log.is(lines("#2161|#2413")));
     EXPECT_TRUE(t.file.last_mode == 6 && Strm(pcm()).file.last_mode == 2);

@@ -46,8 +46,10 @@ TEST(Headers, Video)
         {video(h263(0, hex("B090"))), "FLV1 176x144 38016", ""},
         {video(h263(1, hex("01020304"))), "FLV1 258x772 298764", ""},
         {video(h263(7)), "FLV1 8x8 96", ""},
+        {video(h263(2)), "FLV1 352x288 152064", ""},
+        {video(h263(1, hex("0102")).substr(0, 14)), "FLV1 8x8 96", "rb #166|rb #200|sh #*|cut"},
         {video(h263(2, {}, 64) + "/" + h263(4, {}, 33)), "FLV1 128x96 18432", "sh #*"},
-        {video(h263(2, {}, 34) + "/" + h263(4)), "FLV1 128x96 18432",
+        {video(h263(2, {}, 34) + "/" + h263(6)), "FLV1 160x120 28800",
          "= W zoflvd_h263: unsupported h.263 version 2|sh #*"},
         // Screen video: 3, 160, 3, 120; for the second version behind another byte.
         {video("16 00 30A0 3078"), "scr2 224x184 61824", ""},
@@ -67,7 +69,7 @@ TEST(Headers, Video)
         {video("17 00 0000"), "h264 8x8 96", "rb #112|rb #245|sh #*"},
         {video("17 00 000000 01 42 00 1E FF E1 8000"), "h264 8x8 96", "sh #*|sh #*"},
         {video(avc.substr(0, avc.size() - 2)), "h264 8x8 96", "rb #112|sh #*|sh #*"},
-        {video("10", 0, 9), "err -3", "sh #*|" + init},
+        {video("10", -9, 9), "err -3", "sh #*|" + init},
         {video("10", 0x55555555, 1), "err -3", "sh #*|" + init},
         {cut(video("13"), video("13").size() - 5), "err -3", "cut|sh #*|" + init},
         {video("13"), "err -3", "sh #*|" + init, 2},
@@ -104,6 +106,13 @@ TEST(Headers, Audio)
         {tags(8, "2F FFFB90"), "err -3", "rb #157|rb #200|sh #*|sh #*|" + init},
         {tags(8, "AF 00 12"), "err -3", "rb #166|rb #200|sh #*|sh #*|" + init},
     });
+    int64_t sum = 0; // of all bitrates, each weighed by its place: MPEG-1 before -2, layer I first
+    for (int i = 0; i < 96; ++i) {
+        const auto head = static_cast<uint8_t>((i < 48 ? 0xFF : 0xF7) - i / 16 % 3 * 2);
+        const auto rate = static_cast<uint8_t>(i % 16 << 4);
+        sum += i * Dmx(flv(4).tag(8, 0, {0x2F, 0xFF, head, rate, 0}).bytes()).h->sh[0].bit_rate;
+    }
+    EXPECT_EQ(sum, 432112000);
     for (const char* body : {"EF", "2F FFEB9064", "2F FFF99064", "2F FFFB9C64", "AF 02"})
         run({{tags(8, body), "err -3", "sh #*|sh #*|" + init}});
 }

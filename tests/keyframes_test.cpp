@@ -26,6 +26,7 @@ TEST(KeyframeIndex, FromTheMetadata)
     const std::string not_open = "zoflvds_open() failed";
     const std::string out = "W keyframe cache from metadata: failed|" + not_open;
     const std::string add = "W zoflvd_mblk_elem_add() failed|" + failed + "|" + out;
+    FlvBuilder none = flv(5, {amf_keyframes({}, {13}), amf_prop("times", hex("0A 00000001 05"))});
     const std::string upd = "W zoflvd_mblk_upd_meta() failed|" + failed + "|" + out;
     const struct {
         Bytes file;
@@ -38,6 +39,7 @@ TEST(KeyframeIndex, FromTheMetadata)
         {indexed({1.23456789, -1.9e-7}, {13.9, 7.99}), "12345678@13 -1@7 ", ""},
         {indexed({1e300, 0}, {13, -1e300}), "9223372036854775807@13 0@-9223372036854775808 ", ""},
         {indexed({}, {99999999}), "", ""},
+        {none.tag(9, 0, hex("13 30 A0 30 78")).tag(8, 0, hex("0E 01")).bytes(), "", ""},
         {indexed({0}, {-1}), "", "1st position of idx talbe is invalid|" + failed},
         {indexed({0}, {-0.5}), "", "W zoflv first tag_header type is invalid|" + failed},
         {counted(1), "", "#*|" + failed, MemFile::SetPos},

@@ -110,5 +110,6 @@ TEST(Mblk, Failures)
         ZOFLVD_MBLK bad;
         EXPECT_EQ(zoflvd_mblk_ctor(&bad, bytes), -1);
         EXPECT_EQ(zoflvd_mblk_elem_add(&bad, &bad), -1);
+        EXPECT_EQ(zoflvd_mblk_elem_nth(&bad, 0), nullptr);
     }
 }

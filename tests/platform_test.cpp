@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <zoflv_host/buffer_group.h>
-#include <zoflv_host/data_source.h>
 #include <zoflv_host/device_control.h>
 
 #include <thread>
@@ -73,22 +72,4 @@ TEST(BufferGroup, MakesTheReaderWaitUntilABufferIsBack)
     EXPECT_EQ(second, first);
     EXPECT_EQ(second->range_length(second->handle), 8u);
     second->release(second->handle);
-}
-
-TEST(DataSource, DeliversUpToTheEndAndTheFaultsAskedFor)
-{
-    const MemoryFaults none, short_once{2, 4}, short_on{2, 0, 0, true}, failure{0, 0, 2};
-    const struct {
-        MemoryFaults faults;
-        off64_t offset;
-        std::vector<ssize_t> results; // of reads of 6 of the 10 bytes
-    } cases[] = {{none, 0, {6, 6}},        {none, 7, {3}},          {none, 10, {0}},
-                 {none, INT64_MAX, {0}},   {none, -1, {-1}},        {short_once, 0, {6, 4, 6}},
-                 {short_on, 0, {6, 0, 0}}, {failure, 0, {6, -1, 6}}};
-    for (const auto& c : cases) {
-        MemoryDataSource source(Bytes(10), c.faults);
-        uint8_t to[6];
-        for (const ssize_t want : c.results)
-            EXPECT_EQ(source.record()->readAt(source.record()->handle, c.offset, to, 6), want);
-    }
 }

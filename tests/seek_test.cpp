@@ -335,6 +335,7 @@ TEST(Seek, TagSearchFailures)
                                  " bytes checked|zoflvds_seek_bytestream_tag() failed")));
     };
     fails(MemFile::GetPos, 0, 0, "0");
+    fails(MemFile::GetPos, 1, 0, "0");
     fails(MemFile::SetPos, 0, 0, "0");
     fails(MemFile::SetPos, 1, 0, "0");
     fails(MemFile::Read, 1, 0, "0");
