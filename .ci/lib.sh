@@ -9,6 +9,9 @@
 build_packages="g++ cmake ninja-build libcli11-dev nlohmann-json3-dev zlib1g-dev"
 # shellcheck disable=SC2034
 test_packages="libgtest-dev"
+# Besides the compiler for tests on another machine.
+# shellcheck disable=SC2034
+machine_packages="googletest qemu-user"
 
 say() {
     echo "$*" >&2

@@ -98,7 +98,7 @@ TEST(Crawl, Answers)
             const bool none = word.find('?') != std::string::npos;
             Bytes bytes = flv.bytes();
             const Bytes prev = be(static_cast<uint64_t>(c.prev_size), 4);
-            std::copy(prev.begin(), prev.end(), bytes.begin() + pos(5) - 4);
+            std::copy(prev.begin(), prev.end(), &bytes[static_cast<size_t>(pos(5)) - 4]);
             Crawl t(bytes, c.type);
             t.s.sh.data_start = c.pos_min;
             t.s.sh.data_len = c.pos_max - c.pos_min;

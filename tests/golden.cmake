@@ -7,8 +7,8 @@ file(GLOB samples CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/samples/*.flv)
 foreach(sample ${samples})
     get_filename_component(name ${sample} NAME_WE)
     add_test(NAME golden.${name}
-        COMMAND sh ${CMAKE_CURRENT_LIST_DIR}/update-golden --check $<TARGET_FILE:zoflv> ${sample})
+        COMMAND sh ${CMAKE_CURRENT_LIST_DIR}/update-golden --check ${zoflv_command} ${sample})
 endforeach()
 add_test(NAME interop
-    COMMAND sh ${CMAKE_CURRENT_LIST_DIR}/interop.sh $<TARGET_FILE:zoflv> ${samples})
+    COMMAND sh ${CMAKE_CURRENT_LIST_DIR}/interop.sh ${zoflv_command} ${samples})
 set_tests_properties(interop PROPERTIES LABELS interop SKIP_RETURN_CODE 77)

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <pthread.h>
 #include <string>
 
@@ -42,10 +43,10 @@ std::vector<Seed> files()
     return out;
 }
 
-void walk(const Bytes& bytes)
+WalkResult walk(const Bytes& bytes)
 {
     MemFile file(bytes);
-    walk_demuxer(file.mfal(), walk_seed(bytes.data(), bytes.size()));
+    return walk_demuxer(file.mfal(), walk_seed(bytes.data(), bytes.size()));
 }
 
 /// Runs with fault 0, 1, ... until a run does not reach its fault: every one has had its turn.
@@ -56,15 +57,6 @@ int each_fault(Run reaches)
     while (reaches(n))
         ++n;
     return n;
-}
-
-TEST(Hostile, SeedsAreReadWhole)
-{
-    for (const Seed& seed : files()) {
-        MemFile file(seed.bytes);
-        const WalkResult result = walk_demuxer(file.mfal(), 1);
-        EXPECT_TRUE(result.opened && result.frames > 0) << seed.name;
-    }
 }
 
 TEST(Hostile, CutInsideTheTag)
@@ -80,6 +72,8 @@ TEST(Hostile, CutsAndChangedBytes)
     const size_t most = 512;                                       // bytes from the start on
     const bool every = std::getenv("ZOFLV_EXHAUSTIVE") != nullptr; // all values, for minutes
     for (const Seed& seed : files()) {
+        const WalkResult whole = walk(seed.bytes);
+        EXPECT_TRUE(whole.opened && whole.frames > 0) << seed.name;
         for (size_t length = 0; length < seed.bytes.size(); ++length)
             walk(cut(seed.bytes, length));
         const size_t changed = std::min(most, seed.bytes.size());
@@ -128,7 +122,8 @@ void walk_on_small_stack(_ZOCMN_MFAL* mfal)
     pthread_attr_t attributes;
     pthread_t thread;
     ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 64 << 10), 0);
+    const auto least = static_cast<size_t>(PTHREAD_STACK_MIN); // 128 KiB on some machines
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, std::max(size_t{64} << 10, least)), 0);
     const auto body = [](void* record) -> void* {
         walk_demuxer(static_cast<_ZOCMN_MFAL*>(record), 4);
         return nullptr;

@@ -65,8 +65,9 @@ TEST(KeyframeIndex, FromTheMetadata)
         EXPECT_TRUE(log.is(lines(c.log)));
         std::string text = s ? "" : std::to_string(err);
         for (uint32_t i = 0; s && i < zoflvd_mblk_elem_cnt(&s->idx); ++i) {
-            const auto* kf = static_cast<const ZOFLVD_KF*>(zoflvd_mblk_elem_nth(&s->idx, i));
-            text += std::to_string(zoflvd_kf_time(kf)) + "@" + std::to_string(kf->pos) + " ";
+            ZOFLVD_KF kf; // aligned to 4 bytes only in a block of a 32-bit host
+            std::memcpy(&kf, zoflvd_mblk_elem_nth(&s->idx, i), sizeof kf);
+            text += std::to_string(kf.time) + "@" + std::to_string(kf.pos) + " ";
         }
         EXPECT_EQ(text, c.index);
         zoflvds_close(s);
@@ -84,8 +85,11 @@ TEST(KeyframeIndex, Table)
     for (const int count : {1, 255, 300}) { // entries, in one block and in two
         Strm t(counted(static_cast<size_t>(count)), 1);
         std::vector<int64_t> expected, table(2U * size_t(count), -1);
-        for (int64_t i = 0; i < count; ++i)
-            expected.insert(expected.end(), {-0x100000000, i * 10000000}); // 4 bytes of 0
+        for (int64_t i = 0; i < count; ++i) {
+            int64_t first = -1;
+            std::memset(&first, 0, 4); // of 8 bytes
+            expected.insert(expected.end(), {first, i * 10000000});
+        }
         int size = 0, cnt = 0;
         EXPECT_EQ(zoflvds_get_idx_table(t.s, table.data(), count * 16 - 1, &size, &cnt), -4);
         EXPECT_TRUE(size == count * 16 && cnt == count && table[0] == -1);

@@ -3,11 +3,15 @@
 #include "tests/support/log_capture.h"
 #include "zoflv/dmx/zoflvd_mblk.h"
 
+#include <cstring>
+
 namespace {
 
 int64_t key_of(const void* elem)
 {
-    return *static_cast<const int64_t*>(elem);
+    int64_t key;
+    std::memcpy(&key, elem, sizeof key); // aligned to 4 bytes only on a 32-bit host
+    return key;
 }
 
 /// An element matches from its key to the next one's in the block, both included; the last element

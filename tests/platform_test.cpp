@@ -2,12 +2,7 @@
 #include "tests/support/flv_builder.h"
 
 #include <gtest/gtest.h>
-#include <zoflv_host/buffer_group.h>
 #include <zoflv_host/device_control.h>
-
-#include <thread>
-
-using namespace zoflv_host;
 
 constexpr int NEVER = 99;
 
@@ -47,29 +42,4 @@ TEST(Device, FindsAConfigurationAsSoonAsItIsWhole)
             EXPECT_EQ(video.height, found ? c.height : 0);
         }
     }
-}
-
-TEST(BufferGroup, MakesTheReaderWaitUntilABufferIsBack)
-{
-    BufferGroup group;
-    android::CMediaBuffer* first = nullptr;
-    android::CMediaBuffer* second = nullptr;
-    EXPECT_EQ(group.acquire(&first, false, 0), AMEDIA_ERROR_UNKNOWN) << "no buffers at all";
-    group.add_buffer(8);
-    ASSERT_EQ(group.acquire(&first, false, 8), AMEDIA_OK);
-    EXPECT_EQ(group.acquire(&second, false, 9), AMEDIA_ERROR_UNKNOWN) << "none that large";
-    EXPECT_EQ(group.acquire(&second, true, 0), AMEDIA_ERROR_UNKNOWN) << "would wait";
-    std::atomic<bool> released{false};
-    std::thread reader([&] {
-        EXPECT_EQ(group.acquire(&second, false, 0), AMEDIA_OK);
-        EXPECT_TRUE(released) << "got a buffer that was out";
-    });
-    first->set_range(first->handle, 2, 3);
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    released = true;
-    first->release(first->handle);
-    reader.join();
-    EXPECT_EQ(second, first);
-    EXPECT_EQ(second->range_length(second->handle), 8u);
-    second->release(second->handle);
 }

@@ -261,9 +261,9 @@ TEST(Seek, BackOffEqualsTheFullSearch)
             const int64_t end = at + static_cast<int64_t>(tag.size());
             if (at < 0 || end > t.s.sh.file_size)
                 continue;
-            std::copy_n(tag.begin(), 11, bytes.begin() + at);
+            std::copy_n(tag.begin(), 11, &bytes[static_cast<size_t>(at)]);
             const Bytes prev = be(tag.size() - 4 + (n % 5 ? 0 : random(6U)), 4);
-            std::copy_n(prev.begin(), 4, bytes.begin() + end - 4);
+            std::copy_n(prev.begin(), 4, &bytes[static_cast<size_t>(end) - 4]);
         }
         MemFile file(bytes);
         t.s.fh = file.fh();

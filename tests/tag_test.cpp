@@ -46,18 +46,17 @@ TEST(Tag, WithoutAnArgument)
     MemFile file({});
     ZOFLVD_TAG tag{};
     const int64_t at = 1;
-    void* fh = file.fh();
-    EXPECT_EQ(zoflvd_tag_read(nullptr, fh, &tag), -1);
-    EXPECT_EQ(zoflvd_tag_read(file.mfal(), nullptr, &tag), -1);
-    EXPECT_EQ(zoflvd_tag_read(file.mfal(), fh, nullptr), -1);
-    EXPECT_TRUE(log.is(lines("ERR: invalid argument, exit.|ERR: invalid argument, exit.|"
-                             "ERR: invalid argument, exit.")));
-    EXPECT_EQ(zoflvd_tag_next(nullptr, fh, &at, 9, 0, &at, &tag), -1);
-    EXPECT_EQ(zoflvd_tag_next(file.mfal(), nullptr, &at, 9, 0, &at, &tag), -1);
-    EXPECT_EQ(zoflvd_tag_next(file.mfal(), fh, nullptr, 9, 0, &at, &tag), -1);
-    EXPECT_EQ(zoflvd_tag_next(file.mfal(), fh, &at, 9, 0, nullptr, &tag), -1);
-    EXPECT_EQ(zoflvd_tag_next(file.mfal(), fh, &at, 9, 0, &at, nullptr), -1);
-    EXPECT_TRUE(log.is({}));
+    for (int none = 0; none < 5; ++none) { // the one that is null
+        const _ZOCMN_MFAL* mfal = none == 0 ? nullptr : file.mfal();
+        void* fh = none == 1 ? nullptr : file.fh();
+        ZOFLVD_TAG* out = none == 2 ? nullptr : &tag;
+        EXPECT_EQ(zoflvd_tag_next(mfal, fh, none == 3 ? nullptr : &at, 9, 0,
+                                  none == 4 ? nullptr : &at, out),
+                  -1);
+        EXPECT_TRUE(log.is({}));
+        EXPECT_EQ(none < 3 ? zoflvd_tag_read(mfal, fh, out) : -1, -1);
+        EXPECT_TRUE(log.is(lines(none < 3 ? "ERR: invalid argument, exit." : "")));
+    }
 }
 
 } // namespace

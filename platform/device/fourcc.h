@@ -7,12 +7,13 @@
 
 namespace zodevice {
 
-/// The code of four characters: the first is the least significant byte.
+/// The code of four characters, whose bytes stand in memory order on every host.
 constexpr uint32_t fourcc(const char (&text)[5])
 {
+    constexpr bool big_endian = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;
     uint32_t code = 0;
-    for (int i = 3; i >= 0; --i)
-        code = code << 8 | static_cast<uint8_t>(text[i]);
+    for (int i = 0; i < 4; ++i)
+        code = code << 8 | static_cast<uint8_t>(text[big_endian ? i : 3 - i]);
     return code;
 }
 

@@ -62,14 +62,14 @@ bool DataSource::record_get_uri(void* handle, char* uri, size_t capacity)
 std::unique_ptr<FileDataSource> FileDataSource::open(const std::string& path, std::string* error)
 {
     // Non-blocking, or the open of a pipe without a writer would wait for ever.
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_LARGEFILE);
     if (fd < 0) {
         *error = std::strerror(errno);
         return nullptr;
     }
     std::unique_ptr<FileDataSource> source(new FileDataSource(fd, path));
-    struct stat info;
-    if (::fstat(fd, &info) != 0) {
+    struct stat64 info;
+    if (::fstat64(fd, &info) != 0) {
         *error = std::strerror(errno);
         return nullptr;
     }

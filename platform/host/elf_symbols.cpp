@@ -31,8 +31,9 @@ public:
         if (offset >= m_bytes.size())
             return {};
         const auto* start = reinterpret_cast<const char*>(m_bytes.data()) + offset;
-        const size_t length = ::strnlen(start, m_bytes.size() - offset);
-        return length < m_bytes.size() - offset ? std::string(start, length) : std::string();
+        const size_t room = m_bytes.size() - static_cast<size_t>(offset);
+        const size_t length = ::strnlen(start, room);
+        return length < room ? std::string(start, length) : std::string();
     }
 
 private:

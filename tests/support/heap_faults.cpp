@@ -7,16 +7,25 @@
 
 using Heap = HeapFaults;
 
+// `new (std::nothrow)`, in whose name m stands for unsigned long, j for unsigned int.
+#if __SIZE_WIDTH__ == 64
+#define REAL_NEW __real__ZnwmRKSt9nothrow_t
+#define WRAP_NEW __wrap__ZnwmRKSt9nothrow_t
+#else
+#define REAL_NEW __real__ZnwjRKSt9nothrow_t
+#define WRAP_NEW __wrap__ZnwjRKSt9nothrow_t
+#endif
+
 // The linker sends the program's calls to __wrap_... and gives it the true ones as __real_...
 extern "C" {
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
 void __real_free(void* block);
-void* __real__ZnwmRKSt9nothrow_t(size_t size, const std::nothrow_t& tag);
+void* REAL_NEW(size_t size, const std::nothrow_t& tag);
 void* __wrap_malloc(size_t size);
 void* __wrap_calloc(size_t count, size_t size);
 void __wrap_free(void* block);
-void* __wrap__ZnwmRKSt9nothrow_t(size_t size, const std::nothrow_t& tag);
+void* WRAP_NEW(size_t size, const std::nothrow_t& tag);
 }
 
 static bool refused()
@@ -53,9 +62,9 @@ void __wrap_free(void* block)
     __real_free(block);
 }
 
-void* __wrap__ZnwmRKSt9nothrow_t(size_t size, const std::nothrow_t& tag)
+void* WRAP_NEW(size_t size, const std::nothrow_t& tag)
 {
-    return refused() ? nullptr : __real__ZnwmRKSt9nothrow_t(size, tag);
+    return refused() ? nullptr : REAL_NEW(size, tag);
 }
 
 HeapFaults::HeapFaults()

@@ -14,9 +14,9 @@ inline FlvBuilder short_file(const std::string& text, std::vector<ZOFLVD_KF>* in
     flv.header();
     std::istringstream in(text);
     for (std::string word; in >> word;) {
-        const auto number = [&word](char mark, long none) {
+        const auto number = [&word](char mark, long long none) {
             const size_t at = word.find(mark);
-            return at == std::string::npos ? none : std::stol(word.substr(at + 1));
+            return at == std::string::npos ? none : std::stoll(word.substr(at + 1));
         };
         const char kind = word[0];
         const auto ms = static_cast<uint32_t>(number(kind, 0));

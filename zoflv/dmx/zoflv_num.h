@@ -3,8 +3,12 @@
 /// Arithmetic on numbers that come from a file, without undefined behaviour.
 #pragma once
 
+#include <cfloat>
 #include <cstdint>
 #include <limits>
+
+static_assert(FLT_EVAL_METHOD == 0 || FLT_EVAL_METHOD == 1,
+              "doubles computed with more bits give other times than on other machines");
 
 /// Converts by truncation toward zero; NaN gives 0, values outside the range of `Int` its limit.
 template <typename Int>

@@ -6,7 +6,7 @@
 
 #include <stdint.h>
 
-/// @param fourcc  four characters, the first in the least significant byte, or a WAVE format tag
+/// @param fourcc  four characters in memory order, or a WAVE format tag
 /// @return constant text, MEDIA_MIMETYPE_UNKNOWN for a code it does not know; never null
 extern "C" const char* FourCC2MIME(uint32_t fourcc);
 

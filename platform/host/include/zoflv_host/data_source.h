@@ -74,8 +74,8 @@ private:
 
 /// What goes wrong in a MemoryDataSource; by default nothing. Calls count from 1, 0 means never.
 struct MemoryFaults {
-    uint64_t short_at = 0;   ///< this call delivers at most `short_bytes`
-    int64_t short_bytes = 0; ///< below 0: so many less than asked for
+    uint64_t short_at = 0;         ///< this call delivers at most `short_bytes`
+    int64_t short_bytes = 0;       ///< below 0: so many less than asked for
     uint64_t fail_at = 0;          ///< this call fails
     bool sticky = false;           ///< every call after the faulty one has the same fault
     bool size_unknown = false;     ///< the length query fails and stores nothing
