@@ -50,6 +50,9 @@ need_packages() {
     installed=$(dpkg-query -W -f='=${db:Status-Status} ${Package} \n' "$@" 2>/dev/null || true)
     missing=
     for package in "$@"; do
+        case "$missing " in
+        *" $package "*) continue ;;
+        esac
         case $installed in
         *"=installed $package "*) ;;
         *) missing="$missing $package" ;;
