@@ -15,6 +15,10 @@
 
 namespace {
 
+// Walks that differ: every buffer as large as its frame, and some one byte smaller.
+constexpr uint32_t whole_frames = 4;
+constexpr uint32_t short_buffers = 1;
+
 /// The seed as a file, its bytes cut off behind `length`: in a whole tag, where it is not a file.
 Bytes file_of(const Seed& seed, size_t length)
 {
@@ -62,7 +66,9 @@ int each_fault(Run reaches)
 TEST(Hostile, CutInsideTheTag)
 {
     for (const Seed& seed : seeds()) {
-        for (size_t length = 1; is_file_part(seed) && length < seed.bytes.size(); ++length)
+        if (!is_file_part(seed) || std::string(seed.target) == "file")
+            continue;
+        for (size_t length = 1; length < seed.bytes.size(); ++length)
             walk(file_of(seed, length));
     }
 }
@@ -100,7 +106,7 @@ TEST(Hostile, EachFileCallAndAllocationFails)
                 calls += each_fault([&](int n) {
                     MemFile file(seed.bytes);
                     file.fail(MemFile::Any, n, sticky, read_result);
-                    walk_demuxer(file.mfal(), sticky ? 1 : 4);
+                    walk_demuxer(file.mfal(), sticky ? short_buffers : whole_frames);
                     return file.calls() > n;
                 });
             }
@@ -108,7 +114,7 @@ TEST(Hostile, EachFileCallAndAllocationFails)
                 MemFile file(seed.bytes);
                 HeapFaults heap;
                 heap.fail(n, sticky);
-                walk_demuxer(file.mfal(), sticky ? 1 : 4);
+                walk_demuxer(file.mfal(), sticky ? short_buffers : whole_frames);
                 EXPECT_EQ(heap.live(), 0) << seed.name << ", allocation " << n;
                 return heap.count() > n;
             });
@@ -125,7 +131,7 @@ void walk_on_small_stack(_ZOCMN_MFAL* mfal)
     const auto least = static_cast<size_t>(PTHREAD_STACK_MIN); // 128 KiB on some machines
     ASSERT_EQ(pthread_attr_setstacksize(&attributes, std::max(size_t{64} << 10, least)), 0);
     const auto body = [](void* record) -> void* {
-        walk_demuxer(static_cast<_ZOCMN_MFAL*>(record), 4);
+        walk_demuxer(static_cast<_ZOCMN_MFAL*>(record), whole_frames);
         return nullptr;
     };
     ASSERT_EQ(pthread_create(&thread, &attributes, body, mfal), 0);
