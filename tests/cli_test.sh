@@ -67,6 +67,26 @@ for usage in "" bogus info frames "frames $sample --stream 0" "frames $sample --
     "seek $sample 1:60" "seek $sample 1 --mode x" "seek $sample 300000000" "frames $sample --plugin $tmp/none"; do
     expect 2 $usage # split into words
 done
+# What to write instead, in one line.
+cp "$sample" "$tmp/-odd.flv"; cd "$tmp" || exit 1
+while read -r text usage; do
+    expect 2 $usage; told "$(echo "$text" | tr _ ' ')"; [ "$(wc -l <"$tmp/err")" -eq 1 ] || fail "not one line"
+done <<EOF
+zoflv_info_FILE
+did_you_mean_"zoflv_info $sample
+no_command_"bogus" bogus
+is_./-odd.flv info -odd.flv
+is_./-odd.flv -odd.flv
+no_option_-x info -x $sample
+from_0_on_is_needed,_not_"-1" frames --track -1 $sample
+from_0_on_is_needed,_not_"-1" frames --track=-1 $sample
+"-5"_is_no_time seek $sample -5
+previous,_next seek $sample 1 --mode x
+EOF
+for c in info frames seek; do
+    expect 0 $c --help
+    awk '/^Examples:/ {e = NR} /^Usage:/ {u = NR} /^Exit codes:/ {x = NR} END {exit !(e && e < u && u < x)}' "$tmp/out" || fail "not examples first"
+done
 "$zoflv" frames "$sample" >/dev/full 2>"$tmp/err"; [ $? -eq 2 ] || fail "full disk not noticed"
 # Every JSON line has to be one whole value; cmake reads them as an array.
 { echo '['; sed '$!s/$/,/' "$tmp/json"; echo ']'; } >"$tmp/array"

@@ -10,6 +10,14 @@
 
 namespace {
 
+struct FramesOptions {
+    std::string file;
+    bool demuxer = false;
+    int stream = -1; ///< of the demuxer; -1: all
+    int track = -1;  ///< of the plugin; -1: all
+    bool json = false;
+};
+
 struct Frame {
     const uint8_t* data; ///< until the next read
     size_t size;
@@ -127,8 +135,8 @@ void list_frames(const ReadFrame& read, const Layout& layout, int stream, bool j
                                          why);
 }
 
-} // namespace
-
+/// The frames of one track or stream, or of all one after the other.
+/// @param plugin  not used with `options.demuxer`
 int run_frames(const FramesOptions& options, const PluginPtr& plugin, LogTap& log)
 {
     std::unique_ptr<const FlvFile> file;
@@ -150,4 +158,35 @@ int run_frames(const FramesOptions& options, const PluginPtr& plugin, LogTap& lo
                         i, options.json, log);
         });
     return worst;
+}
+
+} // namespace
+
+Command add_frames(CLI::App& app)
+{
+    constexpr Help help = {
+        "Every frame's time, duration, size and CRC-32",
+        "  zoflv frames recording.flv\n"
+        "  zoflv frames --json --track 0 recording.flv | jq .size\n"
+        "  zoflv frames --demuxer recording.flv      without the plugin",
+        "",
+    };
+    const auto options = std::make_shared<FramesOptions>();
+    CLI::App* command = add_command(app, "frames", help);
+    add_file(command, &options->file);
+    CLI::Option* track =
+        add_number(command, "--track", &options->track, "Only this one, counted from 0");
+    CLI::Option* demuxer = command->add_flag("--demuxer", options->demuxer,
+                                             "Without the plugin: the demuxer's streams");
+    add_number(command, "--stream", &options->stream, "Only this one, with --demuxer")
+        ->needs(demuxer);
+    demuxer->excludes(track);
+    add_json(command, &options->json);
+    return {command, [options](Session& session) {
+                const PluginPtr plugin = options->demuxer ? nullptr : session.plugin();
+                int worst = EXIT_FINE;
+                attempt(&worst, options->file,
+                        [&] { worst = run_frames(*options, plugin, session.log()); });
+                return worst;
+            }};
 }

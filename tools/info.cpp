@@ -355,10 +355,28 @@ void print_info(const std::string& path, bool json, const PluginPtr& plugin, Log
 
 } // namespace
 
-int run_info(const InfoOptions& options, const PluginPtr& plugin, LogTap& log)
+Command add_info(CLI::App& app)
 {
-    int worst = EXIT_FINE;
-    for (const std::string& path : options.files)
-        attempt(&worst, path, [&] { print_info(path, options.json, plugin, log); });
-    return worst;
+    struct Options {
+        std::vector<std::string> files;
+        bool json = false;
+    };
+    constexpr Help help = {
+        "File, streams, codec data, keyframe index, metadata, and the framework's view",
+        "  zoflv info recording.flv\n"
+        "  zoflv info --json *.flv | jq -r '[.file, .container.duration] | @tsv'",
+        "",
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = add_command(app, "info", help);
+    add_files(command, &options->files);
+    add_json(command, &options->json);
+    return {command, [options](Session& session) {
+                const PluginPtr& plugin = session.plugin();
+                int worst = EXIT_FINE;
+                for (const std::string& path : options->files)
+                    attempt(&worst, path,
+                            [&] { print_info(path, options->json, plugin, session.log()); });
+                return worst;
+            }};
 }

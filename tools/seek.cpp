@@ -8,6 +8,43 @@
 
 namespace {
 
+struct SeekOptions {
+    std::string file;
+    std::vector<std::string> times; ///< as parse_time() takes them
+    int track = -1;                 ///< -1: all
+    std::string mode = "previous";  ///< or "next", "closest-sync", "closest", "all"
+    bool json = false;
+};
+
+/// Microseconds of "83.5", "1:23.5" or "0:01:23.5", cut after the sixth decimal; nothing for any
+/// other text and from 200,000,000 seconds on.
+std::optional<int64_t> parse_time(const std::string& text)
+{
+    constexpr uint64_t limit = 200000000; // seconds: in 100-ns units an int64_t holds more
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    uint64_t time = 0;
+    for (int colons = 0;; ++colons, ++at) {
+        uint64_t field = 0;
+        const auto parsed = std::from_chars(at, end, field);
+        if (parsed.ec != std::errc() || field >= (colons > 0 ? 60 : limit))
+            return std::nullopt;
+        time = time * 60 + field;
+        at = parsed.ptr;
+        if (at == end || *at != ':' || colons == 2)
+            break;
+    }
+    if (time >= limit)
+        return std::nullopt;
+    time *= 1000000;
+    if (at != end && *at == '.') {
+        uint64_t unit = 100000;
+        for (++at; at != end && *at >= '0' && *at <= '9'; ++at, unit /= 10)
+            time += unit * static_cast<uint64_t>(*at - '0');
+    }
+    return at == end ? std::optional(static_cast<int64_t>(time)) : std::nullopt;
+}
+
 using zoflv_host::DataSource;
 using zoflv_host::Track;
 using ReadOptions = android::MediaTrackHelper::ReadOptions;
@@ -143,35 +180,6 @@ void seek_track(zoflv_host::Extractor& extractor, int index, const SeekOptions& 
     }
 }
 
-} // namespace
-
-std::optional<int64_t> parse_time(const std::string& text)
-{
-    constexpr uint64_t limit = 200000000; // seconds: in 100-ns units an int64_t holds more
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    uint64_t time = 0;
-    for (int colons = 0;; ++colons, ++at) {
-        uint64_t field = 0;
-        const auto parsed = std::from_chars(at, end, field);
-        if (parsed.ec != std::errc() || field >= (colons > 0 ? 60 : limit))
-            return std::nullopt;
-        time = time * 60 + field;
-        at = parsed.ptr;
-        if (at == end || *at != ':' || colons == 2)
-            break;
-    }
-    if (time >= limit)
-        return std::nullopt;
-    time *= 1000000;
-    if (at != end && *at == '.') {
-        uint64_t unit = 100000;
-        for (++at; at != end && *at >= '0' && *at <= '9'; ++at, unit /= 10)
-            time += unit * static_cast<uint64_t>(*at - '0');
-    }
-    return at == end ? std::optional(static_cast<int64_t>(time)) : std::nullopt;
-}
-
 int run_seek(const SeekOptions& options, const PluginPtr& plugin, LogTap& log)
 {
     const ExtractorPtr extractor = open_extractor(plugin, options.file, log);
@@ -184,4 +192,38 @@ int run_seek(const SeekOptions& options, const PluginPtr& plugin, LogTap& log)
     for (const int track : tracks)
         attempt(&worst, options.file, [&] { seek_track(*extractor, track, options, log, &worst); });
     return worst;
+}
+
+} // namespace
+
+Command add_seek(CLI::App& app)
+{
+    constexpr Help help = {
+        "Where seeks land and what they cost",
+        "  zoflv seek recording.flv 83.5\n"
+        "  zoflv seek recording.flv 1:23.5 0:10:00 --mode all --track 1\n"
+        "  zoflv seek --json recording.flv 60 | jq .landed_us",
+        "Reads and bytes are those of the seek; +reads and +bytes those of the frame after it,\n"
+        "which the framework asks for with the seek. A seek that finds nothing is no failure.",
+    };
+    const auto options = std::make_shared<SeekOptions>();
+    CLI::App* command = add_command(app, "seek", help);
+    add_file(command, &options->file);
+    command->add_option("TIME", options->times, "Seconds, as 83.5, 1:23.5 or 0:01:23.5")
+        ->required()
+        ->type_name("")
+        ->check([](const std::string& text) {
+            return parse_time(text) ? std::string() : "\"" + text + "\" is no time";
+        });
+    add_number(command, "--track", &options->track, "Only this one, counted from 0");
+    add_choice(command, "--mode", &options->mode, "What the seek looks for",
+               {"previous", "next", "closest-sync", "closest", "all"});
+    add_json(command, &options->json);
+    return {command, [options](Session& session) {
+                const PluginPtr& plugin = session.plugin();
+                int worst = EXIT_FINE;
+                attempt(&worst, options->file,
+                        [&] { worst = run_seek(*options, plugin, session.log()); });
+                return worst;
+            }};
 }
