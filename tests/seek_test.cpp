@@ -183,6 +183,18 @@ TEST(Seek, Words)
         run(c);
 }
 
+TEST(Seek, GoesOnAfterTheTagThatIsNotTheEntrys)
+{
+    // Each round finds the tag at 2000 ms, 5 bytes from the entry and more than 1 ms from its time;
+    // no search without the index follows a time after the duration.
+    std::vector<ZOFLVD_KF> index;
+    const FlvBuilder flv = short_file("K0*0 P40:3000 K2000*-5,10001 P2040 P2080", &index);
+    BareStrm t(flv.bytes(), 9, 2080 * MS, index);
+    EXPECT_EQ(t.seek(2080 * MS + 1, 0), -3);
+    EXPECT_EQ(t.read(), 0);
+    EXPECT_EQ(t.time, 2040 * MS);
+}
+
 TEST(Seek, HandlesAndExtremes)
 {
     const FlvBuilder flv = short_file("K0:40 P40 P80");

@@ -1378,12 +1378,14 @@ int search_near(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
         start = 0;
     ZOFLVD_TAG found = {};
     for (int round = 0; round < rounds; ++round, start = zoflv_add_sat(start, round_step)) {
-        if (zoflv_file_setpos(&s->mfal, s->fh, start) != 0)
+        // The first tag from an earlier start is the first from this one, unless it lies before it:
+        // the file is then left where the search would leave it, after the tag.
+        const bool known = round > 0 && found.pos >= start;
+        const int64_t pos = known ? found.pos + found.data_size + ZOFLV_TAG_OVERHEAD : start;
+        if (zoflv_file_setpos(&s->mfal, s->fh, pos) != 0)
             return keytag_fail(__LINE__);
-        // The first tag from an earlier start is the first from this one, unless it lies before it.
-        if ((round == 0 || found.pos < start) &&
-            zoflvds_seek_bytestream_tag(&s->mfal, s->fh, window, start, s->sh.file_size, &found) !=
-                ZOFLV_OK)
+        if (!known && zoflvds_seek_bytestream_tag(&s->mfal, s->fh, window, start, s->sh.file_size,
+                                                  &found) != ZOFLV_OK)
             return keytag_fail(__LINE__);
         if (seek.stepped && found.timestamp < seek.time)
             continue;
