@@ -24,10 +24,10 @@ struct FileHandle {
     int64_t pos;
 };
 
-// Logs a missing argument, whose check's number is `line`, and answers with `code`.
-#define MISSING(argument, line)                                                                    \
+// Logs a missing argument, whose check has the number `check`, and answers with `code`.
+#define MISSING(argument, check)                                                                   \
     (__android_log_print(ANDROID_LOG_ERROR, log_tag, "[%s:%d] assert failed! (" argument ")\n",    \
-                         source_name, line),                                                       \
+                         source_name, check),                                                      \
      -1)
 
 void* mfal_open(_ZOCMN_MFAL* mfal, unsigned long) // the mode makes no difference here

@@ -724,30 +724,34 @@ bool copy_nals(ZOFLVDS* s, const FrameOut& out, int64_t payload)
     return true;
 }
 
-// A new configuration inside the stream: the frame is its parameter sets. 0, or the check that
-// failed.
+// Writes the parameter sets of the record at `rb`, or tells their size alone. False when the record
+// cannot be read, or does not fit.
+bool copy_parameter_sets(ZOFLVDS* s, const FrameOut& out, ZOFLVD_RDBUF* rb)
+{
+    int32_t size = 0;
+    if (sh_video_avc_dec_cfg(&s->sh, rb, nullptr, &size, nullptr, nullptr) != 0)
+        return false;
+    if (!out.buf) {
+        *out.frm_len = size;
+        return true;
+    }
+    // What is written can be longer than the record: start codes take the place of short lengths.
+    if (size > out.buf_size)
+        return false;
+    zoflvd_rdbuf_rewind(rb, 0);
+    return sh_video_avc_dec_cfg(&s->sh, rb, out.buf, out.frm_len, nullptr, nullptr) == 0;
+}
+
+// A new configuration inside the stream: the frame is its parameter sets. 0, or 1 after giving up.
 int copy_configuration(ZOFLVDS* s, const FrameOut& out, int payload)
 {
     const zoflv_block block = zoflv_alloc(static_cast<size_t>(payload));
     if (!block)
-        return 992;
+        return avc_give_up(s, 992);
     ZOFLVD_RDBUF rb;
     if (zoflvd_rdbuf_init(&rb, block.get(), payload, &s->mfal, s->fh, 1) != ZOFLV_OK)
-        return 998;
-    int32_t size = 0;
-    if (sh_video_avc_dec_cfg(&s->sh, &rb, nullptr, &size, nullptr, nullptr) != 0)
-        return 1004;
-    if (!out.buf) {
-        *out.frm_len = size;
-        return 0;
-    }
-    // What is written can be longer than the record: start codes take the place of short lengths.
-    if (size > out.buf_size)
-        return 1004;
-    zoflvd_rdbuf_rewind(&rb, 0);
-    if (sh_video_avc_dec_cfg(&s->sh, &rb, out.buf, out.frm_len, nullptr, nullptr) != 0)
-        return 1004;
-    return 0;
+        return avc_give_up(s, 998);
+    return copy_parameter_sets(s, out, &rb) ? ZOFLV_OK : avc_give_up(s, 1004);
 }
 
 int get_avc_frame(ZOFLVDS* s, const FrameOut& out)
@@ -775,9 +779,9 @@ int get_avc_frame(ZOFLVDS* s, const FrameOut& out)
         if (!copy_nals(s, out, payload))
             return avc_give_up(s, 1018);
     } else if (packet_type == packet_configuration) {
-        const int check = copy_configuration(s, out, payload);
-        if (check != 0)
-            return avc_give_up(s, check);
+        const int rc = copy_configuration(s, out, payload);
+        if (rc != ZOFLV_OK)
+            return rc;
     }
 
     if (!out.buf) {
@@ -864,7 +868,7 @@ int check_first_position(const ZOFLVDS* s, double first, bool* usable)
     *usable = false;
     int64_t back = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &back) != 0) {
-        fail(__LINE__);
+        fail(3001);
         return ZOFLV_OK;
     }
     const int64_t pos = zoflv_from_double<int64_t>(first);
@@ -873,12 +877,12 @@ int check_first_position(const ZOFLVDS* s, double first, bool* usable)
         return ZOFLV_OK;
     }
     if (zoflv_file_setpos(&s->mfal, s->fh, pos) != 0) {
-        fail(__LINE__);
+        fail(3002);
         return ZOFLV_OK;
     }
     uint8_t type = 0;
     if (!read_exactly(s->mfal, s->fh, &type, 1))
-        return fail(__LINE__, ZOFLV_ERR_FILEIO);
+        return fail(3003, ZOFLV_ERR_FILEIO);
     zoflv_file_setpos(&s->mfal, s->fh, back); // the open positions the file once more
     if (type != ZOFLV_TAG_AUDIO && type != ZOFLV_TAG_VIDEO && type != ZOFLV_TAG_SCRIPT) {
         log_warning("zoflv first tag_header type is invalid");
@@ -982,7 +986,7 @@ int zoflvds_get_idx_table(ZOFLVDS* s, void* buf, int buf_size, int* out_size, in
         return ZOFLV_ERR_FAIL;
     const uint32_t count = zoflvd_mblk_elem_cnt(&s->idx);
     if (count == 0 || s->sh.strm_type != ZOFLV_TAG_VIDEO)
-        return fail(__LINE__, ZOFLV_ERR_UNSUPPORTED);
+        return fail(3004, ZOFLV_ERR_UNSUPPORTED);
     // A metadata tag holds fewer than 2^21 array elements: the size fits.
     const int size = static_cast<int>(count) * table_entry_size;
     if (out_size)
@@ -994,7 +998,7 @@ int zoflvds_get_idx_table(ZOFLVDS* s, void* buf, int buf_size, int* out_size, in
     if (buf_size < size)
         return ZOFLV_ERR_BUFSIZE;
     if (write_table(s->idx, static_cast<uint8_t*>(buf)) != count)
-        return fail(__LINE__);
+        return fail(3005);
     return ZOFLV_OK;
 }
 
@@ -1004,9 +1008,9 @@ int zoflvd_get_idx_table(ZOFLVD* h, int strm_indx, void* buf, int buf_size, int*
     if (!is_valid(h))
         return ZOFLV_ERR_FAIL;
     if (!has_stream(h, strm_indx))
-        return fail(__LINE__);
+        return fail(3006);
     if (h->sh[strm_indx].strm_type != ZOFLV_TAG_VIDEO)
-        return fail(__LINE__, ZOFLV_ERR_UNSUPPORTED);
+        return fail(3007, ZOFLV_ERR_UNSUPPORTED);
     int rc = ZOFLV_ERR_FAIL;
     ZOFLVDS* s = zoflvds_open(h, strm_indx, &rc);
     if (!s) {
@@ -1126,12 +1130,12 @@ int scan_windows(ByteScan* scan, int64_t start, ZOFLVD_TAG* tag)
     int64_t pos = start;
     while (pos < scan->scan_end) {
         if (zoflv_file_getpos(scan->mfal, scan->fh, &pos) != 0 || !fill_window(scan, pos))
-            return fail(__LINE__);
+            return fail(3101);
         const int offsets = scan->length - (ZOFLV_TAG_HEADER - 1);
         for (int at = 0; at < offsets; ++at) {
             const int rc = check_candidate(*scan, at, tag);
             if (rc == ZOFLV_ERR_FAIL)
-                return fail(__LINE__);
+                return fail(3102);
             if (rc == ZOFLV_OK)
                 return ZOFLV_OK;
         }
@@ -1195,12 +1199,12 @@ int find_start_tag(ZOFLVDS* s, int64_t target, uint8_t* buf, ZOFLVD_TAG* tag)
         if (est > before) // moved up by the clamp: the last round looks at everything
             scan_end = sh.file_size;
         if (zoflv_file_setpos(&s->mfal, s->fh, est) != 0)
-            return fail(__LINE__);
+            return fail(3201);
         // Behind `scan_end` lies what the round before has searched: if there is nothing new, its
         // tag stays.
         const int rc = search_bytes(&s->mfal, s->fh, buf, est, scan_end, sh.file_size, tag);
         if (rc == ZOFLV_ERR_FAIL || (rc == ZOFLV_EOF && scan_end == sh.file_size))
-            return fail(__LINE__);
+            return fail(3202);
         if (tag->pos <= sh.data_start || tag->timestamp < target || est == sh.data_start)
             return ZOFLV_OK;
         scan_end = zoflv_add_sat(est, ZOFLV_TAG_HEADER - 1);
@@ -1218,6 +1222,21 @@ bool has_overshot(const ZOFLVD_CRAWL& crawl, int64_t target, int mode)
     return time < crawl.saved.timestamp && time - tolerance < target;
 }
 
+int step(ZOFLVD_CRAWL* crawl)
+{
+    return crawl->next(crawl) < 0 ? fail(3203) : ZOFLV_OK;
+}
+
+// Leaves the file at the tag that the crawler has found, and tells its time.
+int land(ZOFLVD_CRAWL* crawl, int64_t* out_time)
+{
+    if (crawl->setpos(crawl) != ZOFLV_OK)
+        return fail(3204);
+    if (out_time)
+        *out_time = crawl->result;
+    return ZOFLV_OK;
+}
+
 // Walks to the tag asked for. 0, or -1 when there is none, which is not logged.
 int crawl_to_time(ZOFLVDS* s, const ZOFLVD_TAG& start, int64_t target, int mode,
                   ZOFLVD_CRAWL* crawl)
@@ -1225,13 +1244,13 @@ int crawl_to_time(ZOFLVDS* s, const ZOFLVD_TAG& start, int64_t target, int mode,
     constexpr int max_walked = 30720; // tags of the stream, per direction
 
     if (zoflvd_crawl_init_seek(crawl, &start, &target, s, mode) != ZOFLV_OK)
-        return fail(__LINE__);
+        return fail(3205);
     bool turned = false;
     int walked = 0;
     int found = crawl->check(crawl);
     while (found == 0) {
-        if (crawl->next(crawl) < 0)
-            return fail(__LINE__);
+        if (step(crawl) != ZOFLV_OK)
+            return ZOFLV_ERR_FAIL;
         if (crawl->cur.type == s->sh.strm_type && ++walked > max_walked)
             return ZOFLV_ERR_FAIL;
         if (!turned && has_overshot(*crawl, target, mode)) {
@@ -1239,7 +1258,7 @@ int crawl_to_time(ZOFLVDS* s, const ZOFLVD_TAG& start, int64_t target, int mode,
                                ? zoflvd_crawl_init_reverse(crawl, &start, &target, s)
                                : zoflvd_crawl_init_reverse_forw(crawl, &start, &target, s);
             if (rc != ZOFLV_OK)
-                return fail(__LINE__);
+                return fail(3206);
             turned = true;
             walked = 0;
         }
@@ -1257,20 +1276,14 @@ int seek_from_current(ZOFLVDS* s, int64_t* out_time, int mode)
         return ZOFLV_EOF;
     ZOFLVD_CRAWL crawl;
     if (zoflvd_crawl_init_keyfrm(&crawl, &cur, s, mode == mode_next ? 1 : 0) != ZOFLV_OK)
-        return fail(__LINE__, ZOFLV_EOF);
+        return fail(3207, ZOFLV_EOF);
     int found = 0;
     while (found == 0) {
-        if (crawl.next(&crawl) < 0)
-            return fail(__LINE__, ZOFLV_EOF);
+        if (step(&crawl) != ZOFLV_OK)
+            return ZOFLV_EOF;
         found = crawl.check(&crawl);
     }
-    if (found == 1)
-        return ZOFLV_EOF;
-    if (crawl.setpos(&crawl) != ZOFLV_OK)
-        return fail(__LINE__, ZOFLV_EOF);
-    if (out_time)
-        *out_time = crawl.result;
-    return ZOFLV_OK;
+    return found == 2 && land(&crawl, out_time) == ZOFLV_OK ? ZOFLV_OK : ZOFLV_EOF;
 }
 
 // The nearer of the keyframes before and behind the time: two searches.
@@ -1280,7 +1293,7 @@ int seek_closest(ZOFLVDS* s, int64_t time, int64_t* out_time)
     int64_t prev_pos = 0;
     const bool has_prev = zoflvds_seek_bytestream(s, &time, &prev_time, mode_previous) == ZOFLV_OK;
     if (has_prev && zoflv_file_getpos(&s->mfal, s->fh, &prev_pos) != 0)
-        return fail(__LINE__, ZOFLV_ERR_FILEIO);
+        return fail(3208, ZOFLV_ERR_FILEIO);
     int64_t next_time = 0;
     const bool has_next = zoflvds_seek_bytestream(s, &time, &next_time, mode_next) == ZOFLV_OK;
     if (!has_prev && !has_next)
@@ -1288,7 +1301,7 @@ int seek_closest(ZOFLVDS* s, int64_t time, int64_t* out_time)
     const bool take_next =
         has_next && (!has_prev || zoflv_sub_sat(next_time, time) < zoflv_sub_sat(time, prev_time));
     if (!take_next && zoflv_file_setpos(&s->mfal, s->fh, prev_pos) != 0)
-        return fail(__LINE__, ZOFLV_ERR_FILEIO);
+        return fail(3209, ZOFLV_ERR_FILEIO);
     if (out_time)
         *out_time = take_next ? next_time : prev_time;
     return ZOFLV_OK;
@@ -1339,10 +1352,16 @@ int keytag_fail(int check)
     return keytag_error();
 }
 
+int keytag_setpos(ZOFLVDS* s, int64_t pos)
+{
+    return zoflv_file_setpos(&s->mfal, s->fh, pos) == 0 ? ZOFLV_OK : keytag_fail(3301);
+}
+
 int position_at_keytag(ZOFLVDS* s, int64_t pos, int64_t time, int64_t* out_time)
 {
-    if (zoflv_file_setpos(&s->mfal, s->fh, pos) != 0)
-        return keytag_fail(__LINE__);
+    const int rc = keytag_setpos(s, pos);
+    if (rc != ZOFLV_OK)
+        return rc;
     if (out_time)
         *out_time = time;
     return ZOFLV_OK;
@@ -1356,13 +1375,14 @@ int match_keytag(ZOFLVDS* s, const IndexSeek& seek, const ZOFLVD_TAG& found)
     const int64_t off = zoflv_sub_sat(seek.entry.time, found.timestamp);
     if (off < -tolerance || off > tolerance || found.type != s->sh.strm_type)
         return ZOFLV_EOF;
-    if (zoflv_file_setpos(&s->mfal, s->fh, found.pos) != 0)
-        return keytag_fail(__LINE__);
+    const int rc = keytag_setpos(s, found.pos);
+    if (rc != ZOFLV_OK)
+        return rc;
     if (found.type != ZOFLV_TAG_VIDEO)
         return ZOFLV_OK;
     uint8_t head[16];
     if (!read_exactly(s->mfal, s->fh, head, sizeof head))
-        return keytag_fail(__LINE__);
+        return keytag_fail(3302);
     return head[ZOFLV_TAG_HEADER] >> 4 == 1 ? ZOFLV_OK : ZOFLV_EOF; // FrameType
 }
 
@@ -1382,11 +1402,12 @@ int search_near(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
         // the file is then left where the search would leave it, after the tag.
         const bool known = round > 0 && found.pos >= start;
         const int64_t pos = known ? found.pos + found.data_size + ZOFLV_TAG_OVERHEAD : start;
-        if (zoflv_file_setpos(&s->mfal, s->fh, pos) != 0)
-            return keytag_fail(__LINE__);
+        const int positioned = keytag_setpos(s, pos);
+        if (positioned != ZOFLV_OK)
+            return positioned;
         if (!known && zoflvds_seek_bytestream_tag(&s->mfal, s->fh, window, start, s->sh.file_size,
                                                   &found) != ZOFLV_OK)
-            return keytag_fail(__LINE__);
+            return keytag_fail(3303);
         if (seek.stepped && found.timestamp < seek.time)
             continue;
         if (!seek.stepped && found.timestamp > seek.time)
@@ -1410,7 +1431,7 @@ int seek_to_entry(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
     uint8_t head[16] = {};
     const int count = s->mfal.read(s->fh, head, sizeof head);
     if (count <= 0)
-        return keytag_fail(__LINE__);
+        return keytag_fail(3304);
     const bool audio_or_video = (head[0] & 0xFE) == ZOFLV_TAG_AUDIO;
     const bool stream_id = head[8] == 0 && head[9] == 0 && head[10] == 0;
     if (count >= ZOFLV_TAG_HEADER && audio_or_video && stream_id)
@@ -1444,7 +1465,7 @@ int zoflvds_seek(ZOFLVDS* s, const int64_t* time, int64_t* out_time, int mode)
     if (!is_valid(s))
         return ZOFLV_ERR_FAIL;
     if (mode < mode_previous || mode > mode_closest)
-        return fail(__LINE__);
+        return fail(3305);
     // Whatever comes of it, the next read begins with the tag at the file's position.
     s->cur_tag.found = 0;
     s->next_tag.found = 0;
@@ -1456,7 +1477,7 @@ int zoflvds_seek(ZOFLVDS* s, const int64_t* time, int64_t* out_time, int mode)
     }
     if (*time == 0) {
         if (zoflv_file_setpos(&s->mfal, s->fh, s->sh.first_tag_pos) != 0)
-            return fail(__LINE__, ZOFLV_ERR_FILEIO);
+            return fail(3306, ZOFLV_ERR_FILEIO);
         if (out_time)
             *out_time = 0;
         return ZOFLV_OK;
@@ -1470,31 +1491,27 @@ int zoflvds_seek_bytestream(ZOFLVDS* s, const int64_t* time, int64_t* out_time, 
 {
     const int64_t target = *time;
     if (s->sh.duration < target)
-        return fail(__LINE__);
+        return fail(3210);
     int64_t pos = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
-        return fail(__LINE__);
+        return fail(3211);
     const zoflv_block buf = zoflv_alloc(window_size);
     if (!buf) {
         __android_log_print(ANDROID_LOG_ERROR, log_tag, "malloc failed!, [%s: %d]",
-                            "zoflv/dmx/zoflvd", __LINE__);
+                            "zoflv/dmx/zoflvd", 3212);
         return ZOFLV_ERR_FAIL;
     }
     if (s->sh.duration <= 0)
-        return fail(__LINE__);
+        return fail(3213);
     ZOFLVD_TAG start = {};
     if (find_start_tag(s, target, buf.get(), &start) != ZOFLV_OK)
         return ZOFLV_ERR_FAIL;
     if (zoflv_file_setpos(&s->mfal, s->fh, start.pos) != 0)
-        return fail(__LINE__);
+        return fail(3214);
     ZOFLVD_CRAWL crawl;
     if (crawl_to_time(s, start, target, mode, &crawl) != ZOFLV_OK)
         return ZOFLV_ERR_FAIL;
-    if (crawl.setpos(&crawl) != ZOFLV_OK)
-        return fail(__LINE__);
-    if (out_time)
-        *out_time = crawl.result;
-    return ZOFLV_OK;
+    return land(&crawl, out_time);
 }
 
 int zoflvds_seek_bytestream_tag(const _ZOCMN_MFAL* mfal, void* fh, uint8_t* buf, int64_t start,

@@ -66,20 +66,25 @@ uint32_t gather(const ZOFLVD_BS* bs, uint32_t n)
     return static_cast<uint32_t>(value & ((uint64_t{1} << n) - 1));
 }
 
+// Logs a position past the end.
+bool refused(const ZOFLVD_BS* bs)
+{
+    if (!past_end(bs))
+        return false;
+    fail(3001);
+    return true;
+}
+
 // Logs a count that is none and a position past the end, with the value that such a read gives.
 bool refused(const ZOFLVD_BS* bs, int n, uint32_t* value)
 {
     if (n < 0 || n > 32) {
-        fail(__LINE__);
+        fail(3002);
         *value = all_set;
         return true;
     }
-    if (past_end(bs)) {
-        fail(__LINE__);
-        *value = 0;
-        return true;
-    }
-    return false;
+    *value = 0;
+    return refused(bs);
 }
 
 // Counts the 0 bits before the next 1 bit. False when the buffer ends first.
@@ -140,7 +145,7 @@ uint32_t zoflvd_bs_read(ZOFLVD_BS* bs, int n)
     if (bits <= bits_left(bs))
         value = gather(bs, bits);
     else
-        fail(__LINE__);
+        fail(3003);
     advance(bs, bits);
     return value;
 }
@@ -151,7 +156,7 @@ uint32_t zoflvd_bs_peek(const ZOFLVD_BS* bs, int n)
         return 0;
     const uint32_t bits = static_cast<uint32_t>(n);
     if (n < 0 || n > 32 || past_end(bs) || bits > bits_left(bs)) {
-        fail(__LINE__);
+        fail(3004);
         return all_set;
     }
     return gather(bs, bits);
@@ -175,10 +180,8 @@ uint32_t zoflvd_bs_peek_max(const ZOFLVD_BS* bs, int n, int* avail)
 
 uint32_t zoflvd_bs_read1(ZOFLVD_BS* bs)
 {
-    if (past_end(bs)) {
-        fail(__LINE__);
+    if (refused(bs))
         return 0;
-    }
     const uint32_t bit = gather(bs, 1);
     advance(bs, 1);
     return bit;
@@ -186,11 +189,8 @@ uint32_t zoflvd_bs_read1(ZOFLVD_BS* bs)
 
 void zoflvd_bs_read1_skip(ZOFLVD_BS* bs)
 {
-    if (past_end(bs)) {
-        fail(__LINE__);
-        return;
-    }
-    advance(bs, 1);
+    if (!refused(bs))
+        advance(bs, 1);
 }
 
 uint32_t zoflvd_bs_peek_clz(const ZOFLVD_BS* bs)
@@ -200,7 +200,7 @@ uint32_t zoflvd_bs_peek_clz(const ZOFLVD_BS* bs)
     uint32_t zeros = 0;
     if (!count_zeros(bs, &zeros)) {
         __android_log_print(ANDROID_LOG_ERROR, tag, "bitstream buffer is out of bounds, [%s: %d]",
-                            source, __LINE__);
+                            source, 3005);
         return 0;
     }
     return zeros;
@@ -208,13 +208,11 @@ uint32_t zoflvd_bs_peek_clz(const ZOFLVD_BS* bs)
 
 uint32_t zoflvd_bs_read_ue(ZOFLVD_BS* bs)
 {
-    if (past_end(bs)) {
-        fail(__LINE__);
+    if (refused(bs))
         return 0;
-    }
     const uint32_t zeros = zoflvd_bs_peek_clz(bs);
     if (zeros > 32) { // no 32-bit value has such a code
-        fail(__LINE__);
+        fail(3006);
         const uint64_t code = uint64_t{zeros} * 2 + 1;
         const uint64_t left = bits_left(bs);
         advance(bs, code < left ? code : left);
@@ -268,10 +266,8 @@ int zoflvd_bs_is_more_rbsp_data(const ZOFLVD_BS* bs)
 
 int zoflvd_bs_read_rbsp_trailing_bits(ZOFLVD_BS* bs)
 {
-    if (past_end(bs)) {
-        fail(__LINE__);
+    if (refused(bs))
         return ZOFLV_ERR_FAIL;
-    }
     int avail = 0;
     if (zoflvd_bs_peek_max(bs, 1, &avail) != 1 || avail != 1)
         return ZOFLV_ERR_FAIL;

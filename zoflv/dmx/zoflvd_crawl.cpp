@@ -60,39 +60,51 @@ int64_t tag_behind(const ZOFLVD_TAG& tag)
     return zoflv_add_sat(tag.pos, int64_t{tag.data_size} + ZOFLV_TAG_OVERHEAD);
 }
 
+// Lets the current tag be remembered, which every step does first.
+bool leave(ZOFLVD_CRAWL* crawl)
+{
+    if (crawl->save(crawl) == ZOFLV_OK)
+        return true;
+    fail(3001);
+    return false;
+}
+
 bool read_header_at(ZOFLVD_CRAWL* crawl, int64_t pos)
 {
-    return zoflv_file_setpos(crawl->mfal, crawl->fh, pos) == 0 &&
-           zoflvd_tag_read(crawl->mfal, crawl->fh, &crawl->cur) == ZOFLV_OK;
+    if (zoflv_file_setpos(crawl->mfal, crawl->fh, pos) == 0 &&
+        zoflvd_tag_read(crawl->mfal, crawl->fh, &crawl->cur) == ZOFLV_OK)
+        return true;
+    fail(3002);
+    return false;
 }
 
 // Makes the tag at `pos` the current one, its keyframe flag included.
 int32_t step_to(ZOFLVD_CRAWL* crawl, int64_t pos)
 {
     if (!read_header_at(crawl, pos))
-        return fail(__LINE__);
+        return ZOFLV_ERR_FAIL;
     crawl->cur.kf = 1;
     if (crawl->strm_type != ZOFLV_TAG_VIDEO)
         return stepped;
     uint8_t first = 0; // FrameType and CodecID
     if (crawl->mfal->read(crawl->fh, &first, 1) != 1)
-        return fail(__LINE__);
+        return fail(3003);
     crawl->cur.kf = first >> 4 == 1;
     return stepped;
 }
 
 int32_t zoflvd_crawl_next_forw(ZOFLVD_CRAWL* crawl)
 {
-    if (crawl->save(crawl) != ZOFLV_OK)
-        return fail(__LINE__);
+    if (!leave(crawl))
+        return ZOFLV_ERR_FAIL;
     const int64_t pos = tag_behind(crawl->cur);
     return pos >= crawl->pos_max ? stop_at_end(crawl) : step_to(crawl, pos);
 }
 
 int32_t zoflvd_crawl_next_backw(ZOFLVD_CRAWL* crawl)
 {
-    if (crawl->save(crawl) != ZOFLV_OK)
-        return fail(__LINE__);
+    if (!leave(crawl))
+        return ZOFLV_ERR_FAIL;
     const int64_t field = zoflv_sub_sat(crawl->cur.pos, ZOFLV_PREV_TAG_SIZE);
     if (field < crawl->pos_min)
         return stop_at_end(crawl);
@@ -110,14 +122,14 @@ int32_t zoflvd_crawl_next_backw(ZOFLVD_CRAWL* crawl)
 
 int32_t zoflvd_crawl_next_forw_any(ZOFLVD_CRAWL* crawl)
 {
-    if (crawl->save(crawl) != ZOFLV_OK)
-        return fail(__LINE__);
+    if (!leave(crawl))
+        return ZOFLV_ERR_FAIL;
     crawl->cur.found = 0;
     const int64_t pos = tag_behind(crawl->cur);
     if (pos >= crawl->pos_max)
         return stop_at_end(crawl);
     if (!read_header_at(crawl, pos))
-        return fail(__LINE__);
+        return ZOFLV_ERR_FAIL;
     crawl->cur.found = 1;
     return stepped;
 }
@@ -194,25 +206,33 @@ int32_t zoflvd_crawl_check_any_forw(ZOFLVD_CRAWL* crawl)
 
 // ---- Position callbacks
 
+bool has_answer(ZOFLVD_CRAWL* crawl)
+{
+    if (crawl->check(crawl) == answer)
+        return true;
+    fail(3004);
+    return false;
+}
+
 int32_t position_at(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG& tag)
 {
     if (zoflv_file_setpos(crawl->mfal, crawl->fh, tag.pos) != 0)
-        return fail(__LINE__);
+        return fail(3005);
     crawl->result = tag.timestamp;
     return ZOFLV_OK;
 }
 
 int32_t zoflvd_crawl_setpos_tag(ZOFLVD_CRAWL* crawl)
 {
-    if (crawl->check(crawl) != answer)
-        return fail(__LINE__);
+    if (!has_answer(crawl))
+        return ZOFLV_ERR_FAIL;
     return position_at(crawl, crawl->cur);
 }
 
 int32_t zoflvd_crawl_setpos_prevtag(ZOFLVD_CRAWL* crawl)
 {
-    if (crawl->check(crawl) != answer)
-        return fail(__LINE__);
+    if (!has_answer(crawl))
+        return ZOFLV_ERR_FAIL;
     return position_at(crawl, crawl->saved);
 }
 
@@ -281,7 +301,7 @@ int init_time(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* targe
     const int64_t time = *target; // may stand in the record itself, as the start tag
     init_stream(crawl, start, strm);
     if (crawl->strm_type != ZOFLV_TAG_VIDEO && crawl->strm_type != ZOFLV_TAG_AUDIO)
-        return fail(__LINE__);
+        return fail(3006);
     crawl->saved = crawl->cur;
     crawl->target = time;
     apply(crawl, crawl->strm_type == ZOFLV_TAG_VIDEO ? video : audio);

@@ -184,7 +184,7 @@ bool too_deep(ZOFLVD_RDBUF* rb, const ZOFLVD_PROPERTY* prop)
 {
     if (prop->depth < max_depth)
         return false;
-    fail(__LINE__);
+    fail(3001);
     pass_over(rb);
     return true;
 }
@@ -257,7 +257,7 @@ int handlr_number(ZOFLVD_RDBUF* rb, ZOFLVD_PROPERTY* prop, ZOFLVD_METADATA* md)
     prop->size = 8;
     double value = 0;
     if (!read_double(rb, &value))
-        return fail(__LINE__);
+        return fail(3002);
     if (value != value)
         value = 0;
     if (md && prop->field.room == sizeof value)
@@ -507,7 +507,7 @@ int zoflvd_metadata_init(const _ZOCMN_MFAL* mfal, void* file, const int64_t* fir
         return ZOFLV_ERR_FORMAT;
     const zoflv_block block = zoflv_alloc(first.data_size);
     if (!block) {
-        __android_log_print(ANDROID_LOG_ERROR, tag, "malloc failed!, [%s: %d]", source, __LINE__);
+        __android_log_print(ANDROID_LOG_ERROR, tag, "malloc failed!, [%s: %d]", source, 3003);
         return ZOFLV_ERR_MALLOC;
     }
     if (!read_body(mfal, file, block.get(), first.data_size, md)) {

@@ -40,6 +40,30 @@ void log_error(const char* text)
     __android_log_print(ANDROID_LOG_ERROR, tag_name, "%s", text);
 }
 
+zoflv_block alloc_csd(uint32_t size)
+{
+    zoflv_block csd = zoflv_alloc(size);
+    if (!csd)
+        fail(3001);
+    return csd;
+}
+
+zoflv_block alloc_body(uint32_t size)
+{
+    zoflv_block body = zoflv_alloc(size);
+    if (!body)
+        fail(3002);
+    return body;
+}
+
+// Reads the tag's body, which the file is at, into `block`, and sets the cursor up over it.
+int read_body(ZOFLVD_RDBUF* rb, uint8_t* block, uint32_t size, const _ZOCMN_MFAL* mfal, void* file)
+{
+    if (zoflvd_rdbuf_init(rb, block, static_cast<int>(size), mfal, file, 1) != ZOFLV_OK)
+        return fail(3003);
+    return 0;
+}
+
 void release_csd(ZOFLVD_SH* sh)
 {
     std::free(sh->csd);
@@ -65,10 +89,10 @@ int32_t sh_format(ZOFLVD_SH* sh, const ZOFLVD_RDBUF* rb)
     const uint32_t rest = zoflvd_rdbuf_remained(rb);
     if (rest == 0)
         return handler_ok;
-    zoflv_block csd = zoflv_alloc(rest);
+    zoflv_block csd = alloc_csd(rest);
     if (!csd) {
         release_csd(sh);
-        return fail(__LINE__);
+        return -1;
     }
     std::memcpy(csd.get(), zoflvd_rdbuf_cur(rb), rest);
     store_csd(sh, std::move(csd), static_cast<int32_t>(rest));
@@ -133,7 +157,7 @@ int skip_pic_order_cnt(ZOFLVD_BS* bs)
     zoflvd_bs_read_se(bs); // offset_for_top_to_bottom_field
     const int32_t cycle = static_cast<int32_t>(zoflvd_bs_read_ue(bs));
     if (cycle > max_cycle)
-        return fail(__LINE__);
+        return fail(3111);
     for (int32_t i = 0; i < cycle; ++i)
         zoflvd_bs_read_se(bs); // offset_for_ref_frame
     return 0;
@@ -171,7 +195,7 @@ int parse_sps(ZOFLVD_SH* sh, uint8_t* sps, int size)
     int64_t crop_y = 0;
     if (zoflvd_bs_read1(&bs)) { // frame_cropping_flag
         if (chroma_format_idc > 3)
-            return fail(__LINE__);
+            return fail(3112);
         const int64_t left = zoflvd_bs_read_ue(&bs);
         const int64_t right = zoflvd_bs_read_ue(&bs);
         const int64_t top = zoflvd_bs_read_ue(&bs);
@@ -182,7 +206,7 @@ int parse_sps(ZOFLVD_SH* sh, uint8_t* sps, int size)
     const int64_t width = width_mbs * 16 - crop_x;
     const int64_t height = fields * height_units * 16 - crop_y;
     if (width < 1 || height < 1 || width > INT32_MAX || height > INT32_MAX)
-        return fail(__LINE__);
+        return fail(3113);
     sh->width = static_cast<int32_t>(width);
     sh->height = static_cast<int32_t>(height);
     return 0;
@@ -200,16 +224,16 @@ int copy_parameter_set(ZOFLVD_RDBUF* rb, ParameterSets* sets, uint8_t** set, int
 {
     uint16_t raw = 0;
     if (zoflvd_rdbuf_int16(rb, &raw) != ZOFLV_OK) // parameterSetLength
-        return fail(__LINE__);
+        return fail(3104);
     const int length = static_cast<int16_t>(raw);
     if (length < 0)
-        return fail(__LINE__);
+        return fail(3105);
     if (sets->out) {
         std::memcpy(sets->out, start_code, sizeof start_code);
         sets->out += sizeof start_code;
     }
     if (zoflvd_rdbuf_read(rb, sets->out, length) != ZOFLV_OK)
-        return fail(__LINE__);
+        return fail(3106);
     *set = sets->out;
     *size = length;
     if (sets->out)
@@ -227,7 +251,7 @@ int copy_sps_list(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, int count, ParameterSets* set
         if (copy_parameter_set(rb, sets, &sps, &size) != 0)
             return -1;
         if (i == 0 && sps && parse_sps(sh, sps, size) != 0)
-            return fail(__LINE__);
+            return fail(3107);
     }
     return 0;
 }
@@ -249,7 +273,7 @@ int32_t sh_video_avc(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
     uint32_t composition_time = 0; // not used
     if (zoflvd_rdbuf_byte(rb, &packet_type) != ZOFLV_OK ||
         zoflvd_rdbuf_int24(rb, &composition_time) != ZOFLV_OK) {
-        fail(__LINE__);
+        fail(3108);
         return handler_stop;
     }
     if (packet_type == 1) // NAL units: the configuration may come in a later tag
@@ -260,19 +284,17 @@ int32_t sh_video_avc(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
     int32_t size = 0;
     int32_t rec_len = 0;
     if (sh_video_avc_dec_cfg(sh, rb, nullptr, &size, nullptr, &rec_len) != 0) {
-        fail(__LINE__);
+        fail(3109);
         return handler_stop;
     }
     if (size < 1)
         return handler_ok;
-    zoflv_block csd = zoflv_alloc(static_cast<size_t>(size));
-    if (!csd) {
-        fail(__LINE__);
+    zoflv_block csd = alloc_csd(static_cast<uint32_t>(size));
+    if (!csd)
         return handler_stop;
-    }
     if (zoflvd_rdbuf_rewind(rb, rec_len) != ZOFLV_OK ||
         sh_video_avc_dec_cfg(sh, rb, csd.get(), &size, nullptr, &rec_len) != 0) {
-        fail(__LINE__);
+        fail(3110);
         return handler_stop;
     }
     store_csd(sh, std::move(csd), size);
@@ -289,7 +311,7 @@ bool read_bits(ZOFLVD_RDBUF* rb, int n, uint32_t* out)
 int32_t store_size(ZOFLVD_SH* sh, int32_t width, int32_t height)
 {
     if (width < 1 || height < 1)
-        return fail(__LINE__);
+        return fail(3201);
     sh->width = width;
     sh->height = height;
     return handler_ok;
@@ -299,7 +321,7 @@ int32_t sh_video_h263(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
 {
     ZOFLVD_H263_HDR hdr = {};
     if (zoflvd_h263_read(rb, &hdr) != ZOFLV_OK)
-        return fail(__LINE__);
+        return fail(3202);
     // 0 x 0 is possible: the metadata's size is then taken.
     sh->width = static_cast<int32_t>(hdr.width);
     sh->height = static_cast<int32_t>(hdr.height);
@@ -317,7 +339,7 @@ int32_t sh_video_scrn(uint32_t codec, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
     if ((codec == screen_video_2 && zoflvd_rdbuf_byte(rb, nullptr) != ZOFLV_OK) ||
         !read_bits(rb, 4, &block_width) || !read_bits(rb, 12, &image_width) ||
         !read_bits(rb, 4, &block_height) || !read_bits(rb, 12, &image_height))
-        return fail(__LINE__);
+        return fail(3203);
     // The image and one block, whose size is 16 x (code + 1) pixels.
     return store_size(sh, static_cast<int32_t>(image_width + 16 * block_width + 16),
                       static_cast<int32_t>(image_height + 16 * block_height + 16));
@@ -335,7 +357,7 @@ int32_t sh_video_vp6(uint32_t codec, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
         (codec == vp6_with_alpha && !read_bits(rb, 24, nullptr)) || // offset of the alpha data
         !read_bits(rb, 1, &inter) || !read_bits(rb, 6, nullptr) ||  // quantizer
         !read_bits(rb, 1, &marker))
-        return fail(__LINE__);
+        return fail(3204);
     if (inter) {
         log_error("zoflvd vp6: not an I-Frame, can't get width and height!");
         return handler_again;
@@ -343,15 +365,15 @@ int32_t sh_video_vp6(uint32_t codec, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
     uint32_t profile = 0;
     if (!read_bits(rb, 5, nullptr) || !read_bits(rb, 2, &profile) || // version
         !read_bits(rb, 1, nullptr))                                  // interlaced
-        return fail(__LINE__);
+        return fail(3205);
     if ((marker == 1 || profile == 0) && !read_bits(rb, 16, nullptr)) // second partition's offset
-        return fail(__LINE__);
+        return fail(3206);
     uint8_t displayed_rows = 0; // of macroblocks; the encoded rows and columns come first
     uint8_t displayed_columns = 0;
     if (zoflvd_rdbuf_byte(rb, nullptr) != ZOFLV_OK || zoflvd_rdbuf_byte(rb, nullptr) != ZOFLV_OK ||
         zoflvd_rdbuf_byte(rb, &displayed_rows) != ZOFLV_OK ||
         zoflvd_rdbuf_byte(rb, &displayed_columns) != ZOFLV_OK)
-        return fail(__LINE__);
+        return fail(3207);
     return store_size(sh, displayed_columns * 16 - static_cast<int32_t>(adjust_x),
                       displayed_rows * 16 - static_cast<int32_t>(adjust_y));
 }
@@ -397,15 +419,13 @@ int find_mpeg_sync(ZOFLVD_RDBUF* rb)
 {
     uint8_t previous = 0;
     uint8_t byte = 0;
-    if (zoflvd_rdbuf_byte(rb, &byte) != ZOFLV_OK)
-        return fail(__LINE__);
     do {
         previous = byte;
         if (zoflvd_rdbuf_byte(rb, &byte) != ZOFLV_OK)
-            return fail(__LINE__);
+            return fail(3301);
     } while (previous != 0xFF || byte < 0xE0);
     if (zoflvd_rdbuf_rewind(rb, 2) != ZOFLV_OK)
-        return fail(__LINE__);
+        return fail(3302);
     return 0;
 }
 
@@ -419,30 +439,30 @@ int32_t sh_audio_mpeg(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
     if (find_mpeg_sync(rb) != 0)
         return -1;
     if (sh_format(sh, rb) != 0)
-        return fail(__LINE__);
+        return fail(3303);
     uint32_t syncword = 0;
     if (!read_bits(rb, 11, &syncword))
-        return fail(__LINE__);
+        return fail(3304);
     if (syncword != 0x7FF)
         return -1;
     uint32_t version = 0;
     if (!read_bits(rb, 2, &version) || version == version_reserved)
-        return fail(__LINE__);
+        return fail(3305);
     uint32_t layer_bits = 0; // 3 layer I, 2 layer II, 1 layer III
     if (!read_bits(rb, 2, &layer_bits) || layer_bits == layer_reserved)
-        return fail(__LINE__);
+        return fail(3306);
     uint32_t bitrate_index = 0;
     if (!read_bits(rb, 1, nullptr) || !read_bits(rb, 4, &bitrate_index)) // protection_bit
-        return fail(__LINE__);
+        return fail(3307);
     sh->bit_rate =
         mpeg_kbps[version == version_mpeg1 ? 0 : 1][3 - layer_bits][bitrate_index] * 1000;
     uint32_t sampling_frequency = 0;
     if (!read_bits(rb, 2, &sampling_frequency) || sampling_frequency == rate_reserved)
-        return fail(__LINE__);
+        return fail(3308);
     sh->sample_rate = mpeg_rates[version][sampling_frequency];
     uint32_t mode = 0;
     if (!read_bits(rb, 2, nullptr) || !read_bits(rb, 2, &mode)) // padding_bit, private_bit
-        return fail(__LINE__);
+        return fail(3309);
     sh->channels = mpeg_channels[mode];
     return handler_ok;
 }
@@ -454,29 +474,29 @@ int32_t sh_audio_aac(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
 
     uint8_t packet_type = 0;
     if (zoflvd_rdbuf_byte(rb, &packet_type) != ZOFLV_OK)
-        return fail(__LINE__);
+        return fail(3401);
     if (packet_type == 1) // a raw frame: what the FLV audio byte told stays
         return handler_ok;
     if (packet_type != 0)
-        return fail(__LINE__);
+        return fail(3402);
     release_csd(sh);
     uint32_t object_type = 0;
     if (!read_bits(rb, 5, &object_type) ||
         (object_type == type_escape && !read_bits(rb, 6, nullptr))) // audioObjectTypeExt
-        return fail(__LINE__);
+        return fail(3403);
     uint32_t index = 0;
     if (!read_bits(rb, 4, &index))
-        return fail(__LINE__);
+        return fail(3404);
     uint32_t rate = 0;
     if (index != rate_escape)
         sh->sample_rate = aac_rates[index];
     else if (read_bits(rb, 24, &rate))
         sh->sample_rate = static_cast<int32_t>(rate);
     else
-        return fail(__LINE__);
+        return fail(3405);
     uint32_t configuration = 0;
     if (!read_bits(rb, 4, &configuration))
-        return fail(__LINE__);
+        return fail(3406);
     sh->channels = aac_channels[configuration];
     return handler_ok;
 }
@@ -567,12 +587,12 @@ int32_t read_video_header(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, int strm_indx)
 {
     uint32_t codec = 0;
     if (!read_bits(rb, 4, nullptr) || !read_bits(rb, 4, &codec)) { // FrameType, CodecID
-        fail(__LINE__);
+        fail(3501);
         return handler_again;
     }
     sh->strm_indx = strm_indx;
     if (codec >= std::size(sh_video_handlr)) {
-        fail(__LINE__);
+        fail(3502);
         return handler_again;
     }
     sh->valid = 1;
@@ -594,15 +614,12 @@ int search_video_header(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, int 
         } else {
             if (tag.data_size >= capacity) {
                 body.reset();
-                body = zoflv_alloc(tag.data_size);
+                body = alloc_body(tag.data_size);
                 capacity = tag.data_size;
             }
-            if (!body)
-                return fail(__LINE__);
             ZOFLVD_RDBUF rb;
-            if (zoflvd_rdbuf_init(&rb, body.get(), static_cast<int>(tag.data_size), mfal, file,
-                                  0) != ZOFLV_OK)
-                return fail(__LINE__);
+            if (!body || read_body(&rb, body.get(), tag.data_size, mfal, file) != 0)
+                return -1;
             const int32_t result = read_video_header(sh, &rb, strm_indx);
             if (sh->fourcc == ZOFLV_FOURCC_H264)
                 start_behind(sh, tag);
@@ -610,7 +627,7 @@ int search_video_header(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, int 
                 return 0;
         }
         if (zoflv_file_skip(mfal, file, behind) != 0)
-            return fail(__LINE__);
+            return fail(3503);
         if (zoflvd_tag_read(mfal, file, &tag) != ZOFLV_OK)
             return 0;
     }
@@ -636,7 +653,7 @@ int sh_video(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOFLVD* d
     sh->max_frm_size = picture_size(sh);
     const uint32_t product = picture_product(sh);
     if (product == 0 || product == 1 || product == 0xFFFFFFFF)
-        return fail(__LINE__);
+        return fail(3504);
     return 0;
 }
 
@@ -652,9 +669,9 @@ int read_audio_byte(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, AudioByte* byte)
     uint32_t type = 0;
     if (!read_bits(rb, 4, &byte->format) || !read_bits(rb, 2, &byte->rate) ||
         !read_bits(rb, 1, &size) || !read_bits(rb, 1, &type)) { // SoundSize, SoundType
-        fail(__LINE__);
+        fail(3601);
         log_error("sh_audio() failed");
-        return fail(__LINE__);
+        return fail(3602);
     }
     sh->bits_per_sample = 8 + 8 * static_cast<int32_t>(size);
     sh->channels = type == 1 ? 2 : 1;
@@ -670,11 +687,11 @@ int sh_audio(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, int strm_indx, const ZOFLVD_TAG& t
     sh->fourcc = audio_fourcc[byte.format];
     sh->sample_rate = audio_rate(sh->fourcc, byte.rate);
     if (byte.format >= std::size(sh_audio_handlr)) {
-        fail(__LINE__); // no handler
-        return fail(__LINE__);
+        fail(3603); // no handler
+        return fail(3604);
     }
     if (sh_audio_handlr[byte.format](byte.format, sh, rb) != 0)
-        return fail(__LINE__);
+        return fail(3605);
     sh->valid = 1;
     sh->byte_rate = sh->bit_rate / 8;
     sh->max_frm_size = sh->bit_rate / 8;
@@ -700,15 +717,12 @@ void finish(ZOFLVD_SH* sh, uint32_t* fourcc_out)
 int init_audio(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, int strm_indx,
                uint32_t* fourcc_out, const ZOFLVD_TAG& first)
 {
-    zoflv_block body = zoflv_alloc(first.data_size);
-    if (!body) {
-        fail(__LINE__);
+    const zoflv_block body = alloc_body(first.data_size);
+    if (!body)
         return fail_stream(sh);
-    }
     ZOFLVD_RDBUF rb;
-    if (zoflvd_rdbuf_init(&rb, body.get(), static_cast<int>(first.data_size), mfal, file, 1) !=
-        ZOFLV_OK)
-        return fail(__LINE__);
+    if (read_body(&rb, body.get(), first.data_size, mfal, file) != 0)
+        return -1;
     if (sh_audio(sh, &rb, strm_indx, first) != 0)
         return fail_stream(sh);
     finish(sh, fourcc_out);
@@ -726,17 +740,17 @@ int sh_video_avc_dec_cfg(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, uint8_t* out, int32_t*
     // lengthSizeMinusOne
     uint8_t head[head_size];
     if (zoflvd_rdbuf_read(rb, head, head_size) != ZOFLV_OK)
-        return fail(__LINE__);
+        return fail(3101);
     sh->h264_frm_len_size = (head[4] & 3) + 1;
 
     ParameterSets sets = {out, 0, 2}; // the two count bytes
     uint8_t count = 0;
     if (zoflvd_rdbuf_byte(rb, &count) != ZOFLV_OK) // numOfSequenceParameterSets, 5 bits
-        return fail(__LINE__);
+        return fail(3102);
     if (copy_sps_list(sh, rb, count & 31, &sets) != 0)
         return -1;
     if (zoflvd_rdbuf_byte(rb, &count) != ZOFLV_OK) // numOfPictureParameterSets
-        return fail(__LINE__);
+        return fail(3103);
     if (copy_pps_list(rb, count, &sets) != 0)
         return -1;
 
@@ -760,7 +774,7 @@ int zoflvd_sh_init(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOF
     ZOFLVD_TAG first = {};
     if (zoflvd_tag_next(mfal, file, &dmx->first_tag_pos, sh->strm_type, max_tags, &dmx->file_size,
                         &first) != ZOFLV_OK)
-        return fail(__LINE__);
+        return fail(3004);
     sh->first_tag_pos = first.pos;
     if (sh->strm_type == ZOFLV_TAG_AUDIO)
         return init_audio(sh, mfal, file, strm_indx, fourcc_out, first);
