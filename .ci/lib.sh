@@ -12,6 +12,9 @@ test_packages="libgtest-dev"
 # Besides the compiler for tests on another machine.
 # shellcheck disable=SC2034
 machine_packages="googletest qemu-user"
+# clang with its sanitizers and libFuzzer.
+# shellcheck disable=SC2034
+clang_packages="clang libclang-rt-dev"
 
 say() {
     echo "$*" >&2
@@ -82,12 +85,15 @@ install_packages() {
     apt_get update && apt_get install --no-install-recommends -y $1
 }
 
-# configure PRESET [CMAKE_ARGUMENT...]: unless that is done; later changes to CMake files are ninja's.
+# configure PRESET [CMAKE_ARGUMENT...]: unless that is done; later changes to CMake files are ninja's,
+# but for those to the presets.
 configure() {
     preset=$1
     shift
     cache=$root/build/$preset/CMakeCache.txt
-    if [ -f "$root/build/$preset/build.ninja" ] && [ $# -eq 0 ] &&
+    done=$root/build/$preset/CMakeFiles/cmake.check_cache
+    if [ -f "$root/build/$preset/build.ninja" ] && [ $# -eq 0 ] && [ -f "$done" ] &&
+        [ -z "$(find "$root/CMakePresets.json" -newer "$done")" ] &&
         grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$cache"; then
         return 0
     fi
