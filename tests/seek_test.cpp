@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "bench/seek_model.h"
+#include "tests/support/seek_model.h"
 #include "tests/support/seek.h"
 
 #include <random>
