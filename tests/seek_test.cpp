@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tests/support/seek_model.h"
 #include "tests/support/seek.h"
+#include "tests/support/seek_model.h"
 
 #include <random>
 
