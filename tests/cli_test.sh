@@ -55,6 +55,15 @@ expect 0 seek --json --mode all --track 1 "$samples/avc_aac_index.flv" 2.6
 # A picture of 4096 x 2304 pixels in H.263.
 printf 'FLV\1\1\0\0\0\011\0\0\0\0\011\0\0\022\0\0\0\0\0\0\0\022\0\0\200\0\210\0\004\200\010\0\0\0\0\0\0\0\0\0\0\0\0\035' \
     >"$tmp/large"; expect 0 info "$tmp/large"; holds "picture larger than the device's limit"
+printf '{"name": "small", "mime_types": ["video/avc"], "largest_landscape": {"width": 191, "height": 112}}' >"$tmp/small.json"
+expect 0 info --device "$tmp/small.json" "$samples/avc_aac_index.flv"; holds "picture larger than the device's limit"
+sed 's/191/192/; s/avc/vp8/' "$tmp/small.json" >"$tmp/vp8.json"; expect 0 info --device "$tmp/vp8.json" "$samples/avc_aac_index.flv"
+holds "codec not supported by the device"
+expect 0 info --json "$samples/h263_mp3.flv"; cp "$tmp/out" "$tmp/built-in"; sed -n '/^```json/,/^```$/{//!p}' "$samples/../docs/device.md" >"$tmp/documented"
+expect 0 info --json --device "$tmp/documented" "$samples/h263_mp3.flv"; cmp "$tmp/out" "$tmp/built-in" || fail "the default is not as documented"
+for change in 's/.*//' 's/{"w/{{"w/' 's/"name"/"names"/' 's/"video/"text/' 's/191/0/' 's/191/1e9/' 's/, "height": 112//' 's/\[.*\]/{}/'; do
+    sed "$change" "$tmp/small.json" >"$tmp/wrong.json"; expect 2 info --device "$tmp/wrong.json" "$sample"; told "no device profile"
+done
 { # two frames of PCM, the second larger than the track's buffer
     printf 'FLV\1\4\0\0\0\011\0\0\0\0\010\0\0\002\0\0\0\0\0\0\0\066\1\0\0\0\015\010\011\0\0\0\0\0\0\0\0\0\066'
     head -c 589823 /dev/zero; printf '\0\011\0\013'

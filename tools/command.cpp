@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 namespace {
 
@@ -32,6 +34,22 @@ public:
     }
 };
 
+zoflv_inspect::DeviceProfile read_device(const std::string& path)
+{
+    if (path.empty())
+        return zoflv_inspect::default_device_profile();
+    std::ifstream file(path);
+    if (!file)
+        throw SetupFailure(path, "the device profile cannot be opened");
+    std::ostringstream text;
+    text << file.rdbuf(); // nothing of a folder, which is no JSON then
+    std::string error;
+    const auto profile = zoflv_inspect::parse_device_profile(text.str(), &error);
+    if (!profile)
+        throw SetupFailure(path, "no device profile: " + error);
+    return *profile;
+}
+
 bool exists(const std::string& path)
 {
     std::error_code error;
@@ -54,6 +72,12 @@ std::string unexpected(const std::string& word, const std::string& name)
 }
 
 } // namespace
+
+Session::Session(const SharedOptions& options)
+    : m_options(options), m_log(options.verbose), m_device(read_device(options.device))
+{
+    zoflv_host::set_device(zoflv_inspect::device_settings(m_device));
+}
 
 const PluginPtr& Session::plugin()
 {
@@ -89,8 +113,9 @@ CLI::App* add_command(CLI::App& app, const char* name, const Help& help)
     CLI::App* command = app.add_subcommand(name);
     command->group("Commands");
     set_help(*command, help);
-    command->footer(command->get_footer() +
-                    "\n\nAll commands take --plugin, --quiet and --verbose (zoflv --help).");
+    command->footer(
+        command->get_footer() +
+        "\n\nAll commands take --device, --plugin, --quiet and --verbose (zoflv --help).");
     return command;
 }
 

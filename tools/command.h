@@ -4,6 +4,7 @@
 /// function that runs it with a session.
 #pragma once
 
+#include "inspect/device_profile.h"
 #include "tools/framework.h"
 #include "tools/log.h"
 #include "tools/output.h"
@@ -31,23 +32,28 @@ struct SharedOptions {
     bool verbose = false;
     bool quiet = false;
     std::string plugin; ///< path; empty: the one found
+    std::string device; ///< path of a profile; empty: the default
 };
 
 /// What a run has at hand. Made after the command line was read.
 class Session {
 public:
-    explicit Session(const SharedOptions& options) : m_options(options), m_log(options.verbose) {}
+    /// Sets the device up. Throws SetupFailure when its profile cannot be read.
+    explicit Session(const SharedOptions& options);
 
     LogTap& log() { return m_log; }
     /// No progress, no summary on stderr.
     bool quiet() const { return m_options.quiet; }
     /// Loaded when first asked for. Throws SetupFailure: ask before the first file.
     const PluginPtr& plugin();
+    /// What the device plays: the plugin is told so when it asks about video.
+    const zoflv_inspect::DeviceProfile& device() const { return m_device; }
 
 private:
     const SharedOptions m_options;
     LogTap m_log;
     PluginPtr m_plugin;
+    zoflv_inspect::DeviceProfile m_device;
 };
 
 /// A subcommand, registered.

@@ -35,6 +35,9 @@ int run(int argc, char** argv)
     app.add_flag("-q,--quiet", shared.quiet, "Show no progress");
     app.add_option("--plugin", shared.plugin, "The plugin to load in place of the one found")
         ->type_name("FILE");
+    app.add_option("--device", shared.device,
+                   "What the device plays, in place of the default (docs/device.md)")
+        ->type_name("PROFILE.json");
     std::vector<Command> commands;
     for (const AddCommand add : add_commands)
         commands.push_back(add(app));
