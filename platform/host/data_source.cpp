@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <zoflv_host/data_source.h>
 
+#include "file_windows.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -27,16 +29,9 @@ DataSource::DataSource()
 
 ssize_t DataSource::record_read_at(void* handle, off64_t offset, void* data, size_t size)
 {
-    auto* self = static_cast<DataSource*>(handle);
-    const uint64_t call = self->m_reads.fetch_add(1, std::memory_order_relaxed) + 1;
-    if (offset < 0 || (!data && size > 0))
-        return READ_FAILED;
     // A larger count could not be told from a failure.
-    size = std::min(size, static_cast<size_t>(SSIZE_MAX));
-    const ssize_t n = self->read_at(call, offset, data, size);
-    if (n > 0)
-        self->m_bytes.fetch_add(static_cast<uint64_t>(n), std::memory_order_relaxed);
-    return n;
+    return static_cast<DataSource*>(handle)->read_at(
+        offset, data, std::min(size, static_cast<size_t>(SSIZE_MAX)));
 }
 
 status_t DataSource::record_get_size(void* handle, off64_t* size)
@@ -80,26 +75,23 @@ std::unique_ptr<FileDataSource> FileDataSource::open(const std::string& path, st
     return source;
 }
 
+FileDataSource::FileDataSource(int fd, std::string path)
+    : m_fd(fd), m_path(std::move(path)), m_windows(std::make_unique<FileWindows>(fd))
+{}
+
 FileDataSource::~FileDataSource()
 {
     ::close(m_fd);
 }
 
-ssize_t FileDataSource::read_at(uint64_t, int64_t offset, void* data, size_t size)
+ReadCounts FileDataSource::counts() const
 {
-    size_t done = 0;
-    while (done < size && offset <= INT64_MAX - static_cast<int64_t>(size)) {
-        const ssize_t n = ::pread64(m_fd, static_cast<uint8_t*>(data) + done, size - done,
-                                    offset + static_cast<int64_t>(done));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0 && done == 0)
-            return READ_FAILED;
-        if (n <= 0)
-            break;
-        done += static_cast<size_t>(n);
-    }
-    return static_cast<ssize_t>(done);
+    return m_windows->counts();
+}
+
+ssize_t FileDataSource::read_at(int64_t offset, void* data, size_t size)
+{
+    return m_windows->read(offset, static_cast<uint8_t*>(data), size);
 }
 
 status_t FileDataSource::get_size(int64_t* size)
@@ -117,8 +109,16 @@ MemoryDataSource::MemoryDataSource(const std::vector<uint8_t>& bytes, MemoryFaul
     std::copy(bytes.begin(), bytes.end(), m_data.get());
 }
 
-ssize_t MemoryDataSource::read_at(uint64_t call, int64_t offset, void* data, size_t size)
+ReadCounts MemoryDataSource::counts() const
 {
+    return {m_reads.load(std::memory_order_relaxed), m_bytes.load(std::memory_order_relaxed), 0, 0};
+}
+
+ssize_t MemoryDataSource::read_at(int64_t offset, void* data, size_t size)
+{
+    const uint64_t call = m_reads.fetch_add(1, std::memory_order_relaxed) + 1;
+    if (offset < 0 || (!data && size > 0))
+        return READ_FAILED;
     const auto hits = [&](uint64_t at) {
         return at != 0 && (m_faults.sticky ? call >= at : call == at);
     };
@@ -135,6 +135,7 @@ ssize_t MemoryDataSource::read_at(uint64_t call, int64_t offset, void* data, siz
     size = std::min(size, m_size - static_cast<size_t>(offset));
     if (size > 0)
         std::memcpy(data, m_data.get() + offset, size);
+    m_bytes.fetch_add(size, std::memory_order_relaxed);
     return static_cast<ssize_t>(size);
 }
 

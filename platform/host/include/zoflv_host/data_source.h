@@ -14,6 +14,14 @@
 
 namespace zoflv_host {
 
+/// What a source was asked for, and what of it reached the system.
+struct ReadCounts {
+    uint64_t reads = 0;        ///< calls, failed ones included
+    uint64_t bytes = 0;        ///< that those calls delivered
+    uint64_t system_reads = 0; ///< calls of the system
+    uint64_t system_bytes = 0; ///< that those delivered, what was read ahead included
+};
+
 /// A source with its platform record. Serves any number of threads at once; outlives every user of
 /// the record.
 class DataSource {
@@ -26,17 +34,18 @@ public:
     android::CDataSource* record() { return &m_record; }
 
     /// Calls of `readAt` so far, failed ones included.
-    uint64_t reads() const { return m_reads.load(std::memory_order_relaxed); }
+    uint64_t reads() const { return counts().reads; }
     /// Bytes that those calls delivered.
-    uint64_t bytes() const { return m_bytes.load(std::memory_order_relaxed); }
+    uint64_t bytes() const { return counts().bytes; }
     /// Calls of `getSize` so far.
     uint64_t size_queries() const { return m_size_queries.load(std::memory_order_relaxed); }
+    /// All that reads have cost so far.
+    virtual ReadCounts counts() const = 0;
 
 protected:
-    /// @param call    number of this read, from 1
-    /// @param offset  not negative
-    /// @param data    not null unless `size` is 0
-    virtual ssize_t read_at(uint64_t call, int64_t offset, void* data, size_t size) = 0;
+    /// Counts the call.
+    /// @param data  not null unless `size` is 0
+    virtual ssize_t read_at(int64_t offset, void* data, size_t size) = 0;
     virtual android::status_t get_size(int64_t* size) = 0;
     virtual std::string uri() const { return {}; }
 
@@ -46,13 +55,13 @@ private:
     static bool record_get_uri(void* handle, char* uri, size_t capacity);
 
     android::CDataSource m_record;
-    // Counters only: their use puts no thread's work in order with another's.
-    std::atomic<uint64_t> m_reads{0};
-    std::atomic<uint64_t> m_bytes{0};
     std::atomic<uint64_t> m_size_queries{0};
 };
 
-/// A regular file, read by position.
+class FileWindows;
+
+/// A regular file, read by position; small reads are served from memory. It may change its length
+/// meanwhile: a read finds what is there, or what was there shortly before.
 class FileDataSource : public DataSource {
 public:
     /// @param error  set to the reason, without the path, on failure
@@ -60,16 +69,19 @@ public:
     static std::unique_ptr<FileDataSource> open(const std::string& path, std::string* error);
     ~FileDataSource() override;
 
+    ReadCounts counts() const override;
+
 protected:
-    ssize_t read_at(uint64_t call, int64_t offset, void* data, size_t size) override;
+    ssize_t read_at(int64_t offset, void* data, size_t size) override;
     android::status_t get_size(int64_t* size) override;
     std::string uri() const override { return "file://" + m_path; }
 
 private:
-    FileDataSource(int fd, std::string path) : m_fd(fd), m_path(std::move(path)) {}
+    FileDataSource(int fd, std::string path);
 
     const int m_fd;
     const std::string m_path;
+    const std::unique_ptr<FileWindows> m_windows;
 };
 
 /// What goes wrong in a MemoryDataSource; by default nothing. Calls count from 1, 0 means never.
@@ -88,14 +100,19 @@ class MemoryDataSource : public DataSource {
 public:
     explicit MemoryDataSource(const std::vector<uint8_t>& bytes, MemoryFaults faults = {});
 
+    ReadCounts counts() const override;
+
 protected:
-    ssize_t read_at(uint64_t call, int64_t offset, void* data, size_t size) override;
+    ssize_t read_at(int64_t offset, void* data, size_t size) override;
     android::status_t get_size(int64_t* size) override;
 
 private:
     const std::unique_ptr<uint8_t[]> m_data;
     const size_t m_size;
     const MemoryFaults m_faults;
+    // Counters only: their use puts no thread's work in order with another's.
+    std::atomic<uint64_t> m_reads{0};
+    std::atomic<uint64_t> m_bytes{0};
 };
 
 } // namespace zoflv_host

@@ -1,0 +1,282 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "file_windows.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace zoflv_host {
+
+namespace {
+
+constexpr ssize_t READ_FAILED = -1;
+constexpr size_t KIB = 1024;
+constexpr size_t LEAST_AHEAD = 4 * KIB;
+constexpr size_t MOST_AHEAD = 64 * KIB;
+// A window placed before a reader that steps back grows less: such searches are short.
+constexpr size_t MOST_AROUND = 16 * KIB;
+// A read of so many bytes costs a system call less than it would to copy it twice.
+constexpr size_t LARGE_READ = 32 * KIB;
+// Still in sequence: what a reader skips at most between two reads, when it is not a whole large frame.
+constexpr int64_t SHORT_STEP = 32 * KIB;
+// Still the same reader: a tag of the other stream holds at most 2^24 bytes.
+constexpr int64_t LONG_STEP = int64_t{1} << 24;
+
+constexpr auto RELAXED = std::memory_order_relaxed;
+
+/// Adds to a number that no other thread writes now.
+void bump(std::atomic<uint64_t>* number, uint64_t more)
+{
+    number->store(number->load(RELAXED) + more, RELAXED);
+}
+
+} // namespace
+
+class FileWindows::Release {
+public:
+    void operator()(Window* window) const { window->taken.store(false, std::memory_order_release); }
+};
+
+void FileWindows::Counters::add_to(ReadCounts* sum) const
+{
+    sum->reads += reads.load(RELAXED);
+    sum->bytes += bytes.load(RELAXED);
+    sum->system_reads += system_reads.load(RELAXED);
+    sum->system_bytes += system_bytes.load(RELAXED);
+}
+
+void FileWindows::Counters::add(const ReadCounts& more)
+{
+    reads.fetch_add(more.reads, RELAXED);
+    bytes.fetch_add(more.bytes, RELAXED);
+    system_reads.fetch_add(more.system_reads, RELAXED);
+    system_bytes.fetch_add(more.system_bytes, RELAXED);
+}
+
+ReadCounts FileWindows::counts() const
+{
+    ReadCounts sum;
+    m_others.add_to(&sum);
+    for (const Window& window : m_windows)
+        window.counters.add_to(&sum);
+    return sum;
+}
+
+bool FileWindows::Window::holds(int64_t offset) const
+{
+    return offset >= start && offset - start < static_cast<int64_t>(length);
+}
+
+size_t FileWindows::Window::copy(int64_t offset, uint8_t* data, size_t size) const
+{
+    const size_t at = static_cast<size_t>(offset - start);
+    const size_t n = std::min(size, length - at);
+    std::memcpy(data, bytes.get() + at, n);
+    return n;
+}
+
+FileWindows::Taken FileWindows::take(Window* window)
+{
+    const bool free =
+        !window->taken.load(RELAXED) && !window->taken.exchange(true, std::memory_order_acquire);
+    return Taken(free ? window : nullptr);
+}
+
+/// A window that holds the byte at the offset, or null.
+FileWindows::Taken FileWindows::take_holding(int64_t offset)
+{
+    for (size_t i = 0; i < window_count; ++i) {
+        const Extent& extent = m_extents[i];
+        if (offset < extent.start.load(RELAXED) || offset >= extent.end.load(RELAXED))
+            continue;
+        Taken window = take(&m_windows[i]);
+        if (window && window->holds(offset)) // it may have moved meanwhile
+            return window;
+    }
+    return nullptr;
+}
+
+/// The window that was filled longest ago and is free, emptied; or null.
+FileWindows::Taken FileWindows::take_oldest()
+{
+    for (size_t tries = 0; tries < window_count; ++tries) {
+        Window* oldest = nullptr;
+        for (Window& window : m_windows) {
+            if (!window.taken.load(RELAXED) &&
+                (!oldest || window.filled.load(RELAXED) < oldest->filled.load(RELAXED)))
+                oldest = &window;
+        }
+        if (!oldest)
+            break;
+        if (Taken window = take(oldest)) {
+            window->ahead = 0;
+            return window;
+        }
+    }
+    return nullptr;
+}
+
+/// A window for a read that none holds: the one whose reader it continues, else the oldest; or null.
+/// @param around  bytes to fetch around the read, when it steps back from where one ended, as searches
+///                from tag to tag do; 0: read ahead
+FileWindows::Taken FileWindows::take_near(int64_t offset, size_t size, size_t* around)
+{
+    *around = 0;
+    Window* closest = nullptr;
+    int64_t step = LONG_STEP + 1;
+    int64_t back = SHORT_STEP + 1;
+    for (Window& window : m_windows) {
+        const int64_t last = window.last.load(RELAXED);
+        if (last < 0)
+            continue;
+        if (last <= offset && offset - last < step) {
+            step = offset - last;
+            closest = &window;
+        } else if (last > offset && last - offset < back) {
+            back = last - offset;
+            *around = std::clamp(2 * window.around.load(RELAXED), LEAST_AHEAD, MOST_AROUND);
+        }
+    }
+    if (closest && step <= back) {
+        *around = 0;
+        if (Taken window = take(closest)) {
+            if (step > SHORT_STEP)
+                window->ahead = 0;
+            return window;
+        }
+    }
+    if (size > LEAST_AHEAD / 4)
+        *around = 0;
+    return take_oldest();
+}
+
+/// Reads into one block and then into a second. Goes on after a short count of the system until the
+/// first is full or the file ends.
+/// @return bytes read into both; READ_FAILED when the system failed before any
+ssize_t FileWindows::read_system(int64_t offset, uint8_t* data, size_t size, uint8_t* more,
+                                 size_t more_size, ReadCounts* counts) const
+{
+    size_t done = 0;
+    do {
+        iovec blocks[2] = {{data + done, size - done}, {more, more_size}};
+        const ssize_t n =
+            ::preadv64(m_fd, blocks, more_size > 0 ? 2 : 1, offset + static_cast<int64_t>(done));
+        ++counts->system_reads;
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0 && done == 0)
+            return READ_FAILED;
+        if (n <= 0)
+            break;
+        done += static_cast<size_t>(n);
+    } while (done < size);
+    counts->system_bytes += done;
+    return static_cast<ssize_t>(done);
+}
+
+void FileWindows::set_content(Window* window, int64_t start, size_t length)
+{
+    window->start = start;
+    window->length = length;
+    window->filled.store(m_fills.fetch_add(1, RELAXED) + 1, RELAXED);
+    Extent& extent = m_extents[static_cast<size_t>(window - m_windows.data())];
+    extent.start.store(start, RELAXED);
+    extent.end.store(start + static_cast<int64_t>(length), RELAXED);
+}
+
+/// Reads from the system, and into the window what comes next.
+ssize_t FileWindows::read_on(Window* window, int64_t offset, uint8_t* data, size_t size,
+                             ReadCounts* counts)
+{
+    window->ahead =
+        size >= LARGE_READ ? LEAST_AHEAD : std::clamp(2 * window->ahead, LEAST_AHEAD, MOST_AHEAD);
+    window->around.store(0, RELAXED);
+    const ssize_t n = read_system(offset, data, size, window->bytes.get(), window->ahead, counts);
+    const size_t got = n > 0 ? static_cast<size_t>(n) : 0;
+    const size_t given = std::min(got, size);
+    set_content(window, offset + static_cast<int64_t>(given), got - given);
+    return n < 0 ? n : static_cast<ssize_t>(given);
+}
+
+/// Fills the window with `around` bytes, three quarters of them before the end of the read.
+ssize_t FileWindows::read_around(Window* window, size_t around, int64_t offset, uint8_t* data,
+                                 size_t size, ReadCounts* counts)
+{
+    const int64_t before = static_cast<int64_t>(around / 4 * 3 - size);
+    const int64_t start = std::max(offset - before, int64_t{0});
+    window->around.store(around, RELAXED);
+    const ssize_t n = read_system(start, window->bytes.get(), around, nullptr, 0, counts);
+    set_content(window, start, n > 0 ? static_cast<size_t>(n) : 0);
+    if (!window->holds(offset))
+        return std::min(n, ssize_t{0});
+    return static_cast<ssize_t>(window->copy(offset, data, size));
+}
+
+/// Ends a read whose window is known.
+void FileWindows::finish(Window* window, int64_t end, const ReadCounts& counts)
+{
+    window->last.store(end, RELAXED);
+    bump(&window->counters.reads, counts.reads);
+    bump(&window->counters.bytes, counts.bytes);
+    if (counts.system_reads > 0) {
+        bump(&window->counters.system_reads, counts.system_reads);
+        bump(&window->counters.system_bytes, counts.system_bytes);
+    }
+}
+
+ssize_t FileWindows::read_elsewhere(int64_t offset, uint8_t* data, size_t size)
+{
+    ReadCounts counts;
+    size_t around = 0;
+    const Taken window = take_near(offset, size, &around);
+    if (window && !window->bytes)
+        window->bytes.reset(new (std::nothrow) uint8_t[MOST_AHEAD]);
+    ssize_t n = 0;
+    if (!window || !window->bytes)
+        n = read_system(offset, data, size, nullptr, 0, &counts);
+    else if (around > 0)
+        n = read_around(window.get(), around, offset, data, size, &counts);
+    else
+        n = read_on(window.get(), offset, data, size, &counts);
+    counts.reads = 1;
+    counts.bytes = n > 0 ? static_cast<uint64_t>(n) : 0;
+    if (window)
+        finish(window.get(), offset + static_cast<int64_t>(counts.bytes), counts);
+    else
+        m_others.add(counts);
+    return n;
+}
+
+ssize_t FileWindows::read(int64_t offset, uint8_t* data, size_t size)
+{
+    // No file is so long; below, offsets can be added to.
+    constexpr uint64_t end_of_offsets = INT64_MAX - MOST_AHEAD;
+    if (offset < 0 || (!data && size > 0)) {
+        m_others.add({1, 0, 0, 0});
+        return READ_FAILED;
+    }
+    if (size == 0 || size > end_of_offsets ||
+        static_cast<uint64_t>(offset) > end_of_offsets - size) {
+        m_others.add({1, 0, 0, 0});
+        return 0;
+    }
+    const Taken window = take_holding(offset);
+    if (!window)
+        return read_elsewhere(offset, data, size);
+    size_t done = window->copy(offset, data, size);
+    ReadCounts counts;
+    if (done < size) {
+        const ssize_t n = read_on(window.get(), offset + static_cast<int64_t>(done), data + done,
+                                  size - done, &counts);
+        done += n > 0 ? static_cast<size_t>(n) : 0;
+    }
+    counts.reads = 1;
+    counts.bytes = done;
+    finish(window.get(), offset + static_cast<int64_t>(done), counts);
+    return static_cast<ssize_t>(done);
+}
+
+} // namespace zoflv_host
