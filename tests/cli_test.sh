@@ -76,6 +76,22 @@ for usage in "" bogus info frames "frames $sample --stream 0" "frames $sample --
     "seek $sample 1:60" "seek $sample 1 --mode x" "seek $sample 300000000" "frames $sample --plugin $tmp/none"; do
     expect 2 $usage # split into words
 done
+# An extracted file is there whole or not at all, and replaces nothing unasked.
+avc=$samples/avc_aac_index.flv
+mkdir "$tmp/x" && expect 0 extract --track 1 -o "$tmp/x/a" "$avc"; cp "$tmp/x/a" "$tmp/whole"
+expect 0 extract --track 1 -o - "$avc"; cmp "$tmp/out" "$tmp/whole" || fail "stdout has other bytes"
+expect 2 extract --track 0 -o "$tmp/x/a" "$avc"; told "a exists already"; cmp "$tmp/x/a" "$tmp/whole" || fail "replaced"
+chmod 600 "$tmp/x/a"; expect 0 extract --track 0 -o "$tmp/x/a" --force "$avc"
+[ "$(stat -c %a "$tmp/x/a")" = 600 ] && ! cmp -s "$tmp/x/a" "$tmp/whole" || fail "not replaced, or other permissions"
+expect 0 extract --track 1 --raw -o "$tmp/x/r" "$avc"
+[ "$(awk -F, 'NR > 1 && $1 == n { n += $2 } END { print n }' "$tmp/x/r.csv")" -eq "$(stat -c %s "$tmp/x/r")" ] || fail "the table does not fit"
+(ulimit -f 8; "$zoflv" extract --track 1 -o "$tmp/x/big" "$avc" 2>/dev/null) && fail "a full disk was not noticed"
+head -c 30000 "$avc" >"$tmp/cut"; expect 1 extract --track 1 -o "$tmp/x/part" "$tmp/cut"; told "partial keeps them"
+expect 2 extract -o "$tmp/x/n" "$avc"; told "track N picks one"; expect 2 extract --track 1 -o "$avc" --force "$avc"; told "replace it"
+expect 2 extract --track 1 -o "$tmp/none/n" "$avc"; expect 2 extract --track 1 -o "$tmp/x" "$avc"; expect 2 extract --track 1 -o /dev/full "$avc"
+[ "$(ls -A "$tmp/x" | tr '\n' ' ')" = "a r r.csv " ] || fail "left behind: $(ls -A "$tmp/x")"
+expect 1 extract --track 1 --partial -o "$tmp/x/part" "$tmp/cut"; [ -s "$tmp/x/part" ] || fail "not kept"
+
 # What to write instead, in one line.
 cp "$sample" "$tmp/-odd.flv"; cd "$tmp" || exit 1
 while read -r text usage; do
@@ -92,7 +108,7 @@ from_0_on_is_needed,_not_"-1" frames --track=-1 $sample
 "-5"_is_no_time seek $sample -5
 previous,_next seek $sample 1 --mode x
 EOF
-for c in info frames seek; do
+for c in info frames seek extract; do
     expect 0 $c --help
     awk '/^Examples:/ {e = NR} /^Usage:/ {u = NR} /^Exit codes:/ {x = NR} END {exit !(e && e < u && u < x)}' "$tmp/out" || fail "not examples first"
 done

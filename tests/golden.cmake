@@ -8,4 +8,7 @@ foreach(sample ${samples})
 endforeach()
 add_test(NAME interop
     COMMAND sh ${CMAKE_CURRENT_LIST_DIR}/interop.sh ${zoflv_command} ${samples})
-set_tests_properties(interop PROPERTIES LABELS interop SKIP_RETURN_CODE 77)
+add_test(NAME interop.extract
+    COMMAND sh ${CMAKE_CURRENT_LIST_DIR}/extract_interop.sh ${zoflv_command}
+        ${CMAKE_CURRENT_BINARY_DIR}/extract ${samples})
+set_tests_properties(interop interop.extract PROPERTIES LABELS interop SKIP_RETURN_CODE 77)
