@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // Seeks at random times in all modes, held against the rules: `seek_sweep FILE...` over files in order
 // of time, `seek_sweep --generate MIB [indexed]` over a recording made for it. Prints what seeks cost.
+#include "fuzz/seek_model.h"
 #include "fuzz/walk.h"
 #include "tests/support/mem_file.h"
-#include "tests/support/seek_model.h"
 
 #include <cstring>
 #include <fstream>

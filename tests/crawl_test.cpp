@@ -12,7 +12,7 @@ const auto file_end = static_cast<int64_t>(flv.size());
 ZOFLVD_TAG tag(int i)
 {
     const FlvBuilder::Tag& t = flv.tags()[static_cast<size_t>(std::abs(i))];
-    return {t.type, static_cast<uint32_t>(t.size), t.time_ms * ZOFLV_TICKS_PER_MS,
+    return {t.type, static_cast<uint32_t>(t.size), t.time_ms * MS,
             0,      static_cast<int64_t>(t.pos),   i < 0,
             i < 0};
 }
@@ -28,7 +28,7 @@ struct Crawl : BareStrm {
     /// s seek, r reverse, f reverse forward, k keyframe, d duration
     int set_up(char by, const ZOFLVD_TAG& start, int64_t target_ms, int mode)
     {
-        const int64_t target = target_ms * ZOFLV_TICKS_PER_MS;
+        const int64_t target = target_ms * MS;
         const int64_t end = s.sh.data_start + s.sh.data_len;
         std::fill_n(reinterpret_cast<uint8_t*>(&c), sizeof c, uint8_t{0xEE});
         return by == 's'   ? zoflvd_crawl_init_seek(&c, &start, &target, &s, mode)

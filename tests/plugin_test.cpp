@@ -230,35 +230,6 @@ TEST(Formats, HaveTheirKeysPerCodecAndDevice)
     EXPECT_EQ(facts(aac("1210"), parser), "0 524288 2 44100 16 (0 12100000) 1210 audio/mp4a-latm");
 }
 
-TEST(Source, DeliversWhatTheDemuxerReads)
-{
-    int tracks = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(ZOFLV_SOURCE_DIR "/samples")) {
-        std::ifstream in(entry.path(), std::ios::binary);
-        const Bytes bytes(std::istreambuf_iterator<char>(in), {});
-        const auto extractor = entry.path().extension() == ".flv" ? open(bytes) : nullptr;
-        for (size_t i = 0; extractor && i < extractor->count_tracks(); ++i, ++tracks) {
-            SCOPED_TRACE(entry.path().string() + ", track " + std::to_string(i));
-            Strm want(bytes, static_cast<int>(i));
-            const auto track = extractor->track(i);
-            ASSERT_EQ(track->start(), AMEDIA_OK);
-            const Log log;
-            while (want.read(1 << 17) == 0) {
-                const Sample sample = track->read().sample;
-                ASSERT_TRUE(sample);
-                ASSERT_EQ(Bytes(sample.data(), sample.data() + sample.size()), want.frame);
-                std::string text = "timeUs: int64(" + std::to_string(want.time / 10);
-                if (want.next > want.time)
-                    text += "), durationUs: int64(" + std::to_string((want.next - want.time) / 10);
-                EXPECT_EQ(AMediaFormat_toString(sample.format()), text + ')');
-            }
-            EXPECT_TRUE(want.time > 0 && next(*track) == END);
-            EXPECT_EQ(log.lines, Lines{});
-        }
-    }
-    EXPECT_GE(tracks, 12);
-}
-
 TEST(Source, Seeks)
 {
     const struct {

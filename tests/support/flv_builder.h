@@ -14,6 +14,10 @@
 
 using Bytes = std::vector<uint8_t>;
 
+// The demuxer's times, in 100 ns.
+constexpr int64_t MS = 10000;
+constexpr int64_t SEC = 1000 * MS;
+
 /// "17 00 FF"; blanks are passed over.
 inline Bytes hex(std::string_view digits)
 {

@@ -23,8 +23,8 @@ inline FlvBuilder short_file(const std::string& text, std::vector<ZOFLVD_KF>* in
         Bytes body(static_cast<size_t>(number(':', 2)), 0xAA);
         body[0] = kind == 'K' ? 0x17 : kind == 'P' ? 0x27 : 0x2F;
         if (index && word.find('*') != std::string::npos)
-            index->push_back({ms * ZOFLV_TICKS_PER_MS + number(',', 0),
-                              static_cast<int64_t>(flv.size()) + number('*', 0)});
+            index->push_back(
+                {ms * MS + number(',', 0), static_cast<int64_t>(flv.size()) + number('*', 0)});
         flv.tag(kind == 'A' ? 8 : kind == 'S' ? 18 : 9, ms, body);
     }
     return flv;

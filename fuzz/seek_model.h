@@ -9,9 +9,6 @@
 #include <algorithm>
 #include <optional>
 
-constexpr int64_t MS = ZOFLV_TICKS_PER_MS;
-constexpr int64_t SEC = ZOFLV_TICKS_PER_SECOND;
-
 inline uint32_t be_at(const Bytes& bytes, int64_t pos, int n)
 {
     uint32_t value = 0;
