@@ -128,9 +128,11 @@ TEST(Bs, Writer)
     Bytes room(100, 0xEE);
     ZOFLVD_BS bs;
     zoflvd_bs_init(&bs, room.data(), 100, 1);
-    EXPECT_EQ(zoflvd_bs_write1(&bs, 3) + zoflvd_bs_write(&bs, 0x9E3779B9, 32), 33);
-    EXPECT_EQ(zoflvd_bs_write(&bs, 0xF5, 3) + zoflvd_bs_write(&bs, 1, 33), 3);
-    EXPECT_TRUE(zoflvd_bs_bits_written(&bs) == 36 && zoflvd_bs_bytes_written(&bs) == 4);
+    EXPECT_EQ(zoflvd_bs_write1(&bs, 3), 1);
+    EXPECT_EQ(zoflvd_bs_write(&bs, 0x9E3779B9, 32), 32);
+    EXPECT_EQ(zoflvd_bs_write(&bs, 0xF5, 3), 3);
+    EXPECT_EQ(zoflvd_bs_write(&bs, 1, 33), 0);
+    EXPECT_EQ(values(zoflvd_bs_bits_written(&bs), zoflvd_bs_bytes_written(&bs)), values(36, 4));
     EXPECT_EQ(cut(room, 6), hex("CF 1B BC DC 0D EE")); // an open byte's bits lie low
 }
 

@@ -133,11 +133,12 @@ TEST(Frames, BrokenState)
     zoflv_file_setpos(&t.s->mfal, t.s->fh, 0);
     EXPECT_EQ(t.read(), 1);
     t.s->fetch_tag = t.s->cur_tag.found = 0;
-    EXPECT_TRUE(t.read() == -1 && zoflvds_get_frm_finalyze(nullptr, 0, nullptr) == -1);
+    EXPECT_EQ(t.read(), -1);
     Strm unset(avc(two_units)); // as without a configuration
     unset.s->sh.h264_frm_len_size = 0;
-    EXPECT_TRUE(unset.read(-1) == 1 && unset.read() == 1);
-    EXPECT_TRUE(log.is(lines("err: frame data fp is wrong!|#793|#1108|#859|"
+    EXPECT_EQ(unset.read(-1), 1);
+    EXPECT_EQ(unset.read(), 1);
+    EXPECT_TRUE(log.is(lines("err: frame data fp is wrong!|#793|#1108|"
                              "h264_frm_len_size error.|#1018|#1146")));
 }
 
@@ -153,13 +154,15 @@ TEST(Frames, Cost)
                             {0, 1 + 1 + 2, 5 + 4 + 2 * 11, 0}};
     for (const auto& c : cases) {
         Strm t(b.bytes(), c[0]);
-        EXPECT_TRUE(t.read() == 0 && t.read() == 0);
+        EXPECT_EQ(values(t.read(), t.read()), values(0, 0));
         HeapFaults heap;
         t.file.reset();
-        EXPECT_TRUE(t.read() == 0 && heap.count() == 0);
-        EXPECT_TRUE(t.file.calls(MemFile::Read) == c[1] && t.file.bytes_read == c[2]);
+        EXPECT_EQ(t.read(), 0);
+        EXPECT_EQ(heap.count(), 0);
+        EXPECT_EQ(values(t.file.calls(MemFile::Read), t.file.bytes_read), values(c[1], c[2]));
         t.file.reset();
-        EXPECT_TRUE(t.read(-1) == 0 && t.file.calls(MemFile::Read) == c[3]);
+        EXPECT_EQ(t.read(-1), 0);
+        EXPECT_EQ(t.file.calls(MemFile::Read), c[3]);
     }
 }
 
@@ -171,17 +174,21 @@ TEST(Streams, InformationAndCodecData)
     Strm t(b.tag(9, 0, hex("1701000000 02 0607")).bytes());
     LogCapture log;
     ZOFLVD_INFO_VID v;
-    EXPECT_TRUE(t.read() == 0 && zoflvds_get_info_vid(t.s, &v) == 0 && v.width == 32);
-    EXPECT_TRUE(t.read() == 0 && to_hex(t.frame) == "000000010607");
+    EXPECT_EQ(t.read(), 0);
+    EXPECT_EQ(zoflvds_get_info_vid(t.s, &v), 0);
+    EXPECT_EQ(v.width, 32);
+    EXPECT_EQ(t.read(), 0);
+    EXPECT_EQ(to_hex(t.frame), "000000010607");
     EXPECT_EQ(t.text(), "h264 64x48 4608 [" + csd + "]");
     Bytes buf(csd.size() / 2);
-    EXPECT_TRUE(zoflvds_get_format(t.s, buf.data(), nullptr) == 0 && to_hex(buf) == csd);
+    EXPECT_EQ(zoflvds_get_format(t.s, buf.data(), nullptr), 0);
+    EXPECT_EQ(to_hex(buf), csd);
     EXPECT_EQ(zoflvd_get_format(t.h, 1, nullptr, nullptr), -1);
     t.s->sh.csd_size = 0; // codec data of no size
     EXPECT_EQ(zoflvds_get_format(t.s, nullptr, nullptr), -3);
     EXPECT_FALSE(zoflvds_open(t.h, 1, nullptr) || zoflvds_open(nullptr, 0, nullptr));
     EXPECT_TRUE(log.is(lines("#2161|#2413")));
-    EXPECT_TRUE(t.file.last_mode == 6 && Strm(pcm()).file.last_mode == 2);
+    EXPECT_EQ(values(t.file.last_mode, Strm(pcm()).file.last_mode), values(6, 2));
 }
 
 } // namespace

@@ -106,13 +106,25 @@ TEST(Headers, Audio)
         {tags(8, "2F FFFB90"), "err -3", "rb #157|rb #200|sh #*|sh #*|" + init},
         {tags(8, "AF 00 12"), "err -3", "rb #166|rb #200|sh #*|sh #*|" + init},
     });
-    int64_t sum = 0; // of all bitrates, each weighed by its place: MPEG-1 before -2, layer I first
-    for (int i = 0; i < 96; ++i) {
-        const auto head = static_cast<uint8_t>((i < 48 ? 0xFF : 0xF7) - i / 16 % 3 * 2);
-        const auto rate = static_cast<uint8_t>(i % 16 << 4);
-        sum += i * Dmx(flv(4).tag(8, 0, {0x2F, 0xFF, head, rate, 0}).bytes()).h->sh[0].bit_rate;
+    const struct {
+        uint8_t head; // version and layer
+        std::vector<int> kbit;
+    } rates[] = {
+        {0xFF, {0, 32, 64, 96, 128, 160, 192, 224, 256, 288, 320, 352, 384, 416, 448, 0}},
+        {0xFD, {0, 32, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 384, 0}},
+        {0xFB, {0, 32, 40, 48, 56, 64, 80, 96, 112, 128, 160, 192, 224, 256, 320, 0}},
+        {0xF7, {0, 32, 48, 56, 64, 80, 96, 112, 128, 144, 160, 176, 192, 224, 256, 0}},
+        {0xF5, {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160, 0}},
+        {0xF3, {0, 8, 16, 24, 32, 40, 48, 56, 64, 80, 96, 112, 128, 144, 160, 0}},
+    };
+    for (const auto& c : rates) {
+        std::vector<int> kbit;
+        for (uint8_t i = 0; i < 16; ++i) {
+            const Bytes body = {0x2F, 0xFF, c.head, static_cast<uint8_t>(i << 4), 0};
+            kbit.push_back(Dmx(flv(4).tag(8, 0, body).bytes()).h->sh[0].bit_rate / 1000);
+        }
+        EXPECT_EQ(kbit, c.kbit) << int{c.head};
     }
-    EXPECT_EQ(sum, 432112000);
     for (const char* body : {"EF", "2F FFEB9064", "2F FFF99064", "2F FFFB9C64", "AF 02"})
         run({{tags(8, body), "err -3", "sh #*|sh #*|" + init}});
 }
@@ -129,11 +141,11 @@ TEST(Headers, SearchesAHundredTagsAndTellsRates)
             b.tag(i % (1 + foreign) ? 8 : 9, 0, nal);
         Dmx d(b.tag(9, 0, config).tag(9, 0, nal).bytes());
         const ZOFLVD_SH& sh = d.h->sh[0];
-        EXPECT_TRUE(sh.width == (found ? 64 : 8) && !sh.csd == !found) << units;
+        EXPECT_EQ(values(sh.width, sh.csd != nullptr), values(found ? 64 : 8, found)) << units;
         const size_t next = b.tags().size() - (found ? 1 : foreign ? 3 : 2);
         const auto pos = static_cast<int64_t>(b.tags()[next].pos); // behind the last one examined
-        EXPECT_TRUE(sh.first_tag_pos == pos && sh.data_start == pos) << sh.first_tag_pos;
-        EXPECT_TRUE(sh.frm_cnt == 257 && sh.frame_rate == 25 && sh.byte_rate == 389 * 25);
+        EXPECT_EQ(values(sh.first_tag_pos, sh.data_start), values(pos, pos));
+        EXPECT_EQ(values(sh.frm_cnt, sh.frame_rate, sh.byte_rate), values(257, 25, 389 * 25));
         EXPECT_EQ(sh.data_len, static_cast<int64_t>(b.size()) - pos);
     }
 }
@@ -199,7 +211,7 @@ TEST(Headers, SequenceParameterSets)
         SCOPED_TRACE(&c - cases);
         LogCapture log;
         Dmx d(video(to_hex(avc_config_tag(avc_record({c.unit}, {pps})))));
-        EXPECT_TRUE(d.h->sh[0].width == c.width && d.h->sh[0].height == c.height) << d.text();
+        EXPECT_EQ(values(d.h->sh[0].width, d.h->sh[0].height), values(c.width, c.height));
         EXPECT_TRUE(log.is(lines(c.width == 8 ? "sh #*|sh #*|sh #*" : "")));
     }
 }
@@ -216,7 +228,7 @@ TEST(Headers, MeasuresARecordAndRaisesTheFrameSize)
     int32_t body = 0;
     int32_t all = 0;
     EXPECT_EQ(sh_video_avc_dec_cfg(&sh, &rb, nullptr, &csd, &body, &all), 0);
-    EXPECT_TRUE(csd == 38 && body == 36 && all == 41 && sh.h264_frm_len_size == 4);
+    EXPECT_EQ(values(csd, body, all, sh.h264_frm_len_size), values(38, 36, 41, 4));
     for (const int type : {9, 18}) { // only audio and video
         sh.strm_type = static_cast<uint8_t>(type);
         zoflvd_sh_upd(&sh, 100 * type);

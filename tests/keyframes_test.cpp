@@ -75,7 +75,7 @@ TEST(KeyframeIndex, FromTheMetadata)
         const int expected = text.empty() ? -2 : s ? 0 : err;
         EXPECT_EQ(zoflvd_get_idx_table(d.h, 1, nullptr, 0, nullptr, nullptr), expected);
         EXPECT_EQ(log.has("W zoflvd: zoflvds_open failed"), s == nullptr);
-        EXPECT_TRUE(d.file.open_handles == 0 && heap.live() == 0);
+        EXPECT_EQ(values(d.file.open_handles, heap.live()), values(0, 0));
     }
 }
 
@@ -92,7 +92,7 @@ TEST(KeyframeIndex, Table)
         }
         int size = 0, cnt = 0;
         EXPECT_EQ(zoflvds_get_idx_table(t.s, table.data(), count * 16 - 1, &size, &cnt), -4);
-        EXPECT_TRUE(size == count * 16 && cnt == count && table[0] == -1);
+        EXPECT_EQ(values(size, cnt, table[0]), values(count * 16, count, -1));
         EXPECT_EQ(zoflvd_get_idx_table(t.h, 1, table.data(), size, nullptr, nullptr), 0);
         EXPECT_EQ(table, expected);
     }
@@ -101,7 +101,8 @@ TEST(KeyframeIndex, Table)
     Strm audio(counted(3), 0);
     EXPECT_EQ(zoflvds_get_idx_table(audio.s, nullptr, 0, &size, &size), -2);
     EXPECT_EQ(zoflvd_get_idx_table(audio.h, 0, nullptr, 0, &size, &size), -2);
-    EXPECT_TRUE(zoflvd_get_idx_table(audio.h, 2, nullptr, 0, &size, &size) == -1 && size == 77);
+    EXPECT_EQ(zoflvd_get_idx_table(audio.h, 2, nullptr, 0, &size, &size), -1);
+    EXPECT_EQ(size, 77);
     audio.s->idx.elem_cnt = 4; // more than the blocks hold
     audio.s->sh.strm_type = 9;
     EXPECT_EQ(zoflvds_get_idx_table(audio.s, Bytes(64).data(), 64, nullptr, nullptr), -1);

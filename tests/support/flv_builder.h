@@ -18,6 +18,13 @@ using Bytes = std::vector<uint8_t>;
 constexpr int64_t MS = 10000;
 constexpr int64_t SEC = 1000 * MS;
 
+/// Numbers to be compared at once: a difference shows them all. None may depend on another's call.
+template <class... T>
+std::vector<int64_t> values(const T&... numbers)
+{
+    return {static_cast<int64_t>(numbers)...};
+}
+
 /// "17 00 FF"; blanks are passed over.
 inline Bytes hex(std::string_view digits)
 {
