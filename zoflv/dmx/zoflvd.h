@@ -13,6 +13,9 @@
 
 #include <cstdint>
 
+// What is declared here is what the shared library exports.
+#pragma GCC visibility push(default)
+
 struct ZOFLVD;  ///< demuxer handle, one per file
 struct ZOFLVDS; ///< stream handle, one per stream being read
 
@@ -158,3 +161,5 @@ int zoflvds_get_frm_finalyze(ZOFLVDS* s, int frm_len, int64_t* next_time);
 ///         mode; -3 the keyframe could not be found or confirmed; -6 the file could not be
 ///         positioned
 int zoflvds_seek(ZOFLVDS* s, const int64_t* time, int64_t* out_time, int mode);
+
+#pragma GCC visibility pop
