@@ -32,12 +32,13 @@ std::string words(int code)
 
 std::string reason(int code, const LogTap& log)
 {
-    const bool status = code <= AMEDIA_ERROR_UNKNOWN;
-    std::string text =
-        status ? zoflv_host::status_text(static_cast<media_status_t>(code)) : words(code);
-    if (status && log.plugin_code() != 0)
-        text += ": " + words(log.plugin_code());
-    return log.first_error().empty() ? text : text + " (" + log.first_error() + ")";
+    const std::string cause = log.cause();
+    if (!cause.empty())
+        return cause;
+    if (code > AMEDIA_ERROR_UNKNOWN)
+        return words(code);
+    return log.plugin_code() != 0 ? words(log.plugin_code())
+                                  : zoflv_host::status_text(static_cast<media_status_t>(code));
 }
 
 std::unique_ptr<zoflv_host::DataSource> open_source(const std::string& path)

@@ -18,7 +18,7 @@
 constexpr int FLV_TYPE_AUDIO = 8; ///< stream types of ZOFLVD_INFO
 constexpr int FLV_TYPE_VIDEO = 9;
 
-/// What went wrong, for a message: the code in words, and the error that was logged.
+/// What went wrong, for a message: what the log tells, else the code in words.
 /// @param code  a result code of the demuxer or a status of the plugin
 std::string reason(int code, const LogTap& log);
 

@@ -99,7 +99,7 @@ std::string trouble(const ReadFrame& read, int rc, LogTap& log)
     }
     if (passed && rc == ZOFLV_OK)
         return "an AVC tag without payload, with more behind it";
-    return rc == ZOFLV_EOF ? log.first_error() : reason(rc, log);
+    return rc == ZOFLV_EOF ? log.cause() : reason(rc, log);
 }
 
 void print_frame(const Layout& layout, int stream, int64_t index, const Frame& frame, bool json)

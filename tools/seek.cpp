@@ -117,10 +117,9 @@ Ending ending(media_status_t status, bool behind_end, const LogTap& log)
     if (behind_end)
         return {text + ": behind the duration", false};
     const bool not_found = log.plugin_code() != 0;
-    if (log.first_error().empty() || log.empty_avc_tag())
+    if (log.cause().empty() || log.empty_avc_tag())
         return {text + (not_found ? ": no keyframe found" : ""), false};
-    return {text + (not_found ? ": no keyframe found (" : " (") + log.first_error() + ")",
-            !not_found};
+    return {text + (not_found ? ": no keyframe found (" : " (") + log.cause() + ")", !not_found};
 }
 
 void print_seek(const Json& row, const SeekMeter& meter)

@@ -31,6 +31,6 @@ std::string TrackReader::trouble()
     if (skipped && more)
         return "an AVC tag without payload, with more after it";
     if (m_status == AMEDIA_ERROR_END_OF_STREAM)
-        return m_log.first_error();
+        return m_log.cause();
     return reason(m_status == AMEDIA_OK ? AMEDIA_ERROR_UNKNOWN : m_status, m_log);
 }
