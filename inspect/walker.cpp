@@ -329,8 +329,10 @@ const Item* TagWalker::next()
     }
     Tag tag;
     Verdict verdict = judge(m_at, &tag);
-    if ((verdict != Verdict::STANDS || tag.link == Link::MISSING) && m_window.refresh_end())
+    while ((verdict != Verdict::STANDS || tag.link == Link::MISSING) && m_window.refresh_end())
         verdict = judge(m_at, &tag);
+    if (tag.end() >= m_window.end() && tag.link == Link::MISSING)
+        m_window.fix_end(); // what is written from now on would be taken for the next tag
     if (verdict == Verdict::STANDS)
         return give_tag(tag);
     if (inner_header_stands(m_at, &header))
@@ -376,6 +378,7 @@ const Item* TagWalker::give_lost(const Tag& tag, bool cut)
     const int64_t start = m_at;
     int64_t end = find_next(start + 1, &zeros);
     if (end < 0) {
+        m_window.fix_end();
         if (cut) // its size is not damaged, or it would have ended before another tag
             return give_tag(tag);
         end = m_window.end();

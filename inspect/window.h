@@ -25,6 +25,8 @@ public:
     /// Asks the source again, since a file may have grown; does nothing after a read came short.
     /// @return whether it has grown
     bool refresh_end();
+    /// The file ends where it is known to, even if it grows.
+    void fix_end() { m_short = true; }
     /// A read failed. What comes after is treated as past the end.
     bool failed() const { return m_failed; }
 
@@ -70,7 +72,7 @@ private:
     int64_t m_start = 0;  ///< position of the buffer's first byte
     int64_t m_filled = 0; ///< position after its last
     int64_t m_end = 0;
-    bool m_short = false;
+    bool m_short = false; ///< m_end is final
     bool m_failed = false;
     uint64_t m_reads = 0;
     uint64_t m_bytes_read = 0;

@@ -9,3 +9,4 @@ Command add_info(CLI::App& app);
 Command add_frames(CLI::App& app);
 Command add_seek(CLI::App& app);
 Command add_extract(CLI::App& app);
+Command add_tags(CLI::App& app);

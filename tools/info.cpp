@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/commands.h"
 #include "tools/file.h"
+#include "tools/scan.h"
 
 #include <algorithm>
 #include <cstring>
@@ -330,7 +331,7 @@ void print_text(const Json& object)
         print_section("framework, track " + track["index"].dump(), track);
 }
 
-void print_info(const std::string& path, bool json, const PluginPtr& plugin, LogTap& log)
+void print_info(const std::string& path, bool json, bool scan, const PluginPtr& plugin, LogTap& log)
 {
     const FlvFile file(path, log);
     std::string trouble;
@@ -345,6 +346,8 @@ void print_info(const std::string& path, bool json, const PluginPtr& plugin, Log
     } catch (const Failure& failure) {
         trouble = failure.what();
     }
+    if (json && scan)
+        object["scan"] = scan_json(scan_file(path, false));
     if (json)
         put_line(object);
     else
@@ -360,6 +363,7 @@ Command add_info(CLI::App& app)
     struct Options {
         std::vector<std::string> files;
         bool json = false;
+        bool scan = false;
     };
     constexpr Help help = {
         "File, streams, codec data, keyframe index, metadata, and the framework's view",
@@ -370,13 +374,20 @@ Command add_info(CLI::App& app)
     const auto options = std::make_shared<Options>();
     CLI::App* command = add_command(app, "info", help);
     add_files(command, &options->files);
+    command->add_flag("--scan", options->scan,
+                      "Count over the whole file too: duration, frames, rates, keyframes, damage");
     add_json(command, &options->json);
     return {command, [options](Session& session) {
                 const PluginPtr& plugin = session.plugin();
                 int worst = EXIT_FINE;
-                for (const std::string& path : options->files)
-                    attempt(&worst, path,
-                            [&] { print_info(path, options->json, plugin, session.log()); });
+                for (const std::string& path : options->files) {
+                    attempt(&worst, path, [&] {
+                        print_info(path, options->json, options->scan, plugin, session.log());
+                    });
+                    if (options->scan && !options->json) // of a file that is refused too
+                        attempt(&worst, path,
+                                [&] { print_scan(scan_file(path, !session.quiet())); });
+                }
                 return worst;
             }};
 }
