@@ -68,7 +68,7 @@ done
 { cat "$sample"; head -c 500 /dev/zero; } >"$tmp/tail"; expect 0 tags "$tmp/tail"; holds "lost  *500 bytes: zeros"
 expect 0 info --scan "$tmp/tail"; holds "500 bytes in 1 range"; expect 0 info --scan --json "$tmp/tail"; holds '"lost":{"ranges":1,"bytes":500'
 expect 0 tags --json "$samples/avc_slices.flv"; expect 0 tags --script --json "$samples"/*.flv; holds '"name":"duration","type":"number"'
-expect 0 tags --script "$sample"; holds "duration: number"; expect 1 tags --json "$zoflv"; told "no tag was found"; expect 2 tags "$tmp/none" "$tmp/folder"
+expect 0 tags --script "$sample"; holds "duration: number"; expect 1 tags --json "$0"; told "no tag was found"; expect 2 tags "$tmp/none" "$tmp/folder"
 expect 1 info --scan "$tmp/bad"; holds "counted over the whole file" # of a refused file too
 { # two frames of PCM, the second larger than the track's buffer
     printf 'FLV\1\4\0\0\0\011\0\0\0\0\010\0\0\002\0\0\0\0\0\0\0\066\1\0\0\0\015\010\011\0\0\0\0\0\0\0\0\0\066'
