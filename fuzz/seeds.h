@@ -69,6 +69,23 @@ inline std::vector<Seed> seeds()
          amf_prop("creator", amf_str("nobody")), amf_prop("list", amf_array({1, 2})),
          amf_prop("map", amf_ecma(1, {amf_prop("a", amf_num(1))})),
          amf_keyframes({0, 1}, {13, 500})});
+    // For the walk over the whole file: lost bytes, an inner header, links of 0, enhanced bodies, and
+    // a value of every type.
+    const Bytes few = FlvBuilder()
+                          .tag(9, 0, avc_config_tag(avc_record_720()))
+                          .tag(9, 0, avc_tag({fill(9)}))
+                          .tag(8, 9, mp3_tag())
+                          .bytes();
+    const Bytes start = FlvBuilder().header().bytes();
+    Bytes unlinked = FlvBuilder().tag(8, 0, mp3_tag()).bytes();
+    std::fill(unlinked.end() - 4, unlinked.end(), uint8_t{0});
+    FlvBuilder enhanced;
+    enhanced.header().tag(9, 0, hex("90 68 76 63 31 01")).tag(9, 0, hex("A1 68 76 63 31 00 00 43"));
+    enhanced.tag(9, 40, hex("97 02 00 00 07 01 76 70 30 39")).tag(8, 0, hex("91 4F 70 75 73 FF"));
+    enhanced.tag(0x29, 80, hex("96 11 61 76 63 31 00 00 00 09"));
+    const Bytes every_type =
+        cat({meta, hex("05 06 07 00 01 0B 00 00 00 00 00 00 00 00 00 00 0C 00 00 00 01 61"),
+             hex("0F 00 00 00 01 3C 10 00 01 43 00 01 61 05 00 00 09 04 0D 0E 11 0A")});
     const Bytes calls =
         hex("00 40 00 00 04 80 00 00 08 20 00 00 0C F0 00 00 05 00 00 00 02 00 00 00 07");
     return {
@@ -100,6 +117,12 @@ inline std::vector<Seed> seeds()
         {"headers", "inter_frames_first", hex("08 24 00 80 00 14 00 00 46 01")},
         {"bits", "reads", cat({hex("07 28 48 6F 80 A1 C0 E0 E1 1F 84"), fill(11, 0x41)})},
         {"bits", "rbsp", hex("E1 E0 80 A2 C0 00 00 00 01 67 00 00 03 01")},
+        {"inspect", "damaged", cat({start, few, fill(40, 0x40), few, Bytes(30, 0), cut(few, 20)})},
+        {"inspect", "glued", cat({start, few, start, few})},
+        {"inspect", "unlinked",
+         cat({start, unlinked, unlinked, fill(30), unlinked, unlinked, unlinked})},
+        {"inspect", "enhanced", enhanced.bytes()},
+        {"inspect", "script", FlvBuilder().header().tag(18, 0, every_type).bytes()},
         {"plugin", "indexed", indexed},
         {"plugin", "plain", plain},
         {"plugin", "mp3", mp3.bytes()},
