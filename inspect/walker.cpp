@@ -96,8 +96,7 @@ bool TagWalker::header_at(int64_t offset, Header* header)
     return true;
 }
 
-// A header that can be told from other bytes: 27 of its bits are the same in all files, but that some
-// writers give a stream id.
+// A header that can be told from other bytes: its type has six values, its stream id mostly one.
 bool TagWalker::plausible(const Header& header) const
 {
     return known_type(header.type_byte) &&
@@ -190,8 +189,7 @@ void TagWalker::place_first_tag(FileHeader* header)
     for (const auto& place : places) {
         const int64_t first = header->offset + place.size + place.link;
         Tag tag;
-        if ((&place != places && place.size == places[0].size && place.link != 0) ||
-            place.size > UINT32_MAX - 4 || first > m_window.end() ||
+        if (place.size > UINT32_MAX - 4 || first > m_window.end() ||
             (first < m_window.end() && judge(first, &tag) == Verdict::LOST))
             continue;
         header->stored = place.size + place.link;

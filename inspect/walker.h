@@ -31,8 +31,8 @@ struct View {
 /// from which three linked headers stand (fewer when they end exactly at the end of the file), or an
 /// FLV header.
 ///
-/// Costs at most two reads of every byte, and a fixed number of looks at each, whatever they are.
-/// Throws std::bad_alloc only.
+/// Bytes are read once, in large pieces, and a few again to look ahead; each is looked at a fixed
+/// number of times, whatever the bytes are. Throws std::bad_alloc only.
 class TagWalker {
 public:
     static constexpr size_t DEFAULT_WINDOW = 512 * 1024;

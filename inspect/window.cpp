@@ -31,7 +31,7 @@ bool Window::can_slide_to(int64_t offset, size_t size) const
 {
     // Moving less than half a window would copy the same bytes again and again.
     const auto capacity = static_cast<int64_t>(m_buffer.size());
-    return (m_base - m_start >= capacity / 2 || m_filled == m_start) &&
+    return (m_base - m_start >= capacity / 2 || m_filled == m_start) && offset >= m_base &&
            offset + static_cast<int64_t>(size) <= m_base + capacity;
 }
 

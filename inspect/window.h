@@ -35,8 +35,7 @@ public:
 
     /// Bytes, valid until the next call. Slides the window where that pays, else reads what is
     /// asked for alone.
-    /// @param offset  not below the base
-    /// @param size    at most FAR_SIZE
+    /// @param size  at most FAR_SIZE
     /// @return null when the file does not have all of them
     const uint8_t* peek(int64_t offset, size_t size)
     {

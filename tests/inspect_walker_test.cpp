@@ -286,6 +286,13 @@ TEST(InspectWalker, GivesBodies)
         EXPECT_EQ(Bytes(end.data, end.data + end.size), Bytes(body.end() - 2, body.end()));
         EXPECT_EQ(walker.body(tag, 1000, 1).size, 0U);
         EXPECT_EQ(item_text(*walker.next()), "v27"); // none the worse for it
+
+        MemorySource short_source(bytes.data(), 13 + 11 + 900);
+        TagWalker short_walker(short_source, window);
+        short_walker.next();
+        const Tag cut_tag = short_walker.next()->tag; // after a search for another in its body
+        EXPECT_TRUE(cut_tag.cut && cut_tag.body.known);
+        EXPECT_EQ(short_walker.body(cut_tag).size, 900U);
     }
 }
 
