@@ -66,3 +66,9 @@ inline int zoflv_file_getsize(const _ZOCMN_MFAL* mfal, void* fh, int64_t* size)
         *size = value;
     return rc;
 }
+
+/// Whether all `size` bytes were read.
+inline bool zoflv_file_read(const _ZOCMN_MFAL* mfal, void* fh, void* buf, int size)
+{
+    return mfal->read(fh, buf, size) == size;
+}

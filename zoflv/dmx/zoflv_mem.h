@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// Blocks from the plain heap that release themselves. Null when there is no memory.
+/// Blocks from the plain heap that release themselves, null when there is no memory; and what is
+/// left behind when a handle is freed.
 #pragma once
 
 #include <cstddef>
@@ -24,4 +25,11 @@ inline zoflv_block zoflv_alloc(size_t size)
 inline zoflv_block zoflv_alloc_zeroed(size_t size)
 {
     return zoflv_block(static_cast<uint8_t*>(std::calloc(size ? size : 1, 1)));
+}
+
+/// To be called before a handle is freed: a later use by mistake is then refused more often than
+/// not. Volatile, since a store to memory that is about to be freed is dropped otherwise.
+inline void zoflv_clear_magic(volatile uint32_t* magic)
+{
+    *magic = 0;
 }

@@ -2,10 +2,11 @@
 #include "zoflv/dmx/zoflvd.h"
 
 #include "zoflv/dmx/zoflv_conv.h"
-#include "zoflv/dmx/zoflv_log.h"
 #include "zoflv/dmx/zoflv_mem.h"
 #include "zoflv/dmx/zoflv_num.h"
 #include "zoflv/dmx/zoflvd_crawl.h"
+#include "zoflv/dmx/zoflvd_info.h"
+#include "zoflv/dmx/zoflvd_log.h"
 #include "zoflv/dmx/zoflvd_priv.h"
 #include "zoflv/dmx/zoflvd_rdbuf.h"
 
@@ -16,64 +17,12 @@
 
 namespace {
 
-constexpr char log_tag[] = "zoflvd";
-
-int fail(int check, int code = ZOFLV_ERR_FAIL)
-{
-    zoflv_log_assert(log_tag, "zoflv/dmx/zoflvd", check);
-    return code;
-}
-
-int log_error(const char* text, int code = ZOFLV_ERR_FAIL)
-{
-    __android_log_print(ANDROID_LOG_ERROR, log_tag, "%s", text);
-    return code;
-}
-
-void log_warning(const char* text)
-{
-    __android_log_print(ANDROID_LOG_WARN, log_tag, "%s", text);
-}
-
-bool is_valid(const ZOFLVD* h)
-{
-    return h && h->magic == ZOFLVD_MAGIC;
-}
-
-bool is_valid(const ZOFLVDS* s)
-{
-    return s && s->magic == ZOFLVDS_MAGIC;
-}
-
-// Before a handle is freed: a later use by mistake is then refused more often than not. Volatile,
-// since a store to memory that is about to be freed is dropped otherwise.
-void clear_magic(volatile uint32_t* magic)
-{
-    *magic = 0;
-}
-
-bool has_stream(const ZOFLVD* h, int strm_indx)
-{
-    return strm_indx >= 0 && strm_indx < h->strm_cnt;
-}
-
-bool read_exactly(const _ZOCMN_MFAL& mfal, void* fh, void* buf, int size)
-{
-    return mfal.read(fh, buf, size) == size;
-}
-
-} // namespace
-
-// ================================================================== Handle
-
-namespace {
-
 void handle_release(ZOFLVD* h)
 {
     for (ZOFLVD_SH& sh : h->sh)
         std::free(sh.csd);
     zoflvd_metadata_deinit(&h->metadata);
-    clear_magic(&h->magic);
+    zoflv_clear_magic(&h->magic);
     std::free(h);
 }
 
@@ -105,24 +54,24 @@ int read_file_header(ZOFLVD* h, const ProbeFile& file)
     constexpr uint8_t flag_audio = 0x04;
 
     uint8_t signature[3];
-    if (!read_exactly(*file.mfal, file.fh, signature, sizeof signature))
-        return log_error("read size error.");
+    if (!zoflv_file_read(file.mfal, file.fh, signature, sizeof signature))
+        return zoflvd_log_error("read size error.");
     if (std::memcmp(signature, "FLV", sizeof signature) != 0)
-        return log_error("ERR: wrong flv signature, exit.", ZOFLV_ERR_FORMAT);
+        return zoflvd_log_error("ERR: wrong flv signature, exit.", ZOFLV_ERR_FORMAT);
     uint8_t version = 0;
-    if (!read_exactly(*file.mfal, file.fh, &version, 1))
-        return fail(127);
+    if (!zoflv_file_read(file.mfal, file.fh, &version, 1))
+        return zoflvd_fail(127);
     if (version != 1) {
-        __android_log_print(ANDROID_LOG_ERROR, log_tag,
+        __android_log_print(ANDROID_LOG_ERROR, ZOFLVD_LOG_TAG,
                             "ERR: wrong file format version (%u), exit.", unsigned{version});
         return ZOFLV_ERR_FORMAT;
     }
     uint8_t flags = 0;
-    if (!read_exactly(*file.mfal, file.fh, &flags, 1))
-        return fail(140, ZOFLV_ERR_FILEIO);
+    if (!zoflv_file_read(file.mfal, file.fh, &flags, 1))
+        return zoflvd_fail(140, ZOFLV_ERR_FILEIO);
     uint8_t data_offset[4];
-    if (!read_exactly(*file.mfal, file.fh, data_offset, sizeof data_offset))
-        return fail(146, ZOFLV_ERR_FILEIO);
+    if (!zoflv_file_read(file.mfal, file.fh, data_offset, sizeof data_offset))
+        return zoflvd_fail(146, ZOFLV_ERR_FILEIO);
     zoflv_conv_u32(data_offset);
     h->first_tag_pos = uint32_t{zoflv_le32(data_offset) + ZOFLV_PREV_TAG_SIZE}; // wraps at 2^32
     if (flags & flag_audio)
@@ -135,7 +84,7 @@ int read_file_header(ZOFLVD* h, const ProbeFile& file)
 // Looks at one byte as a TagType; steps to the next tag when it is one. False ends the scan.
 bool scan_tag(ZOFLVD* h, const ProbeFile& file, uint8_t* scratch)
 {
-    if (!read_exactly(*file.mfal, file.fh, scratch, 1))
+    if (!zoflv_file_read(file.mfal, file.fh, scratch, 1))
         return false;
     const int type = scratch[0];
     if ((type == ZOFLV_TAG_VIDEO && h->vid_cnt == 0) ||
@@ -146,7 +95,7 @@ bool scan_tag(ZOFLVD* h, const ProbeFile& file, uint8_t* scratch)
     if (type != ZOFLV_TAG_AUDIO && type != ZOFLV_TAG_VIDEO && type != ZOFLV_TAG_SCRIPT)
         return true; // no skip: the next byte is tried
     std::memset(scratch, 0, 4);
-    if (!read_exactly(*file.mfal, file.fh, scratch, 3)) // DataSize
+    if (!zoflv_file_read(file.mfal, file.fh, scratch, 3)) // DataSize
         return false;
     zoflv_conv_u24(scratch);
     // The rest of the header, the data and PreviousTagSize: onto the next TagType.
@@ -164,14 +113,14 @@ void scan_streams(ZOFLVD* h, const ProbeFile& file)
         return;
     const zoflv_block scratch = zoflv_alloc(4);
     if (!scratch) {
-        log_error("malloc err.");
+        zoflvd_log_error("malloc err.");
         return;
     }
-    bool more = read_exactly(*file.mfal, file.fh, scratch.get(), 4); // PreviousTagSize0
+    bool more = zoflv_file_read(file.mfal, file.fh, scratch.get(), 4); // PreviousTagSize0
     for (int i = 0; more && i < max_types && h->strm_cnt < ZOFLV_MAX_STREAMS; ++i)
         more = scan_tag(h, file, scratch.get());
     if (!more)
-        log_error("read err.");
+        zoflvd_log_error("read err.");
     zoflv_file_setpos(file.mfal, file.fh, start);
 }
 
@@ -204,11 +153,11 @@ int handle_fill(ZOFLVD* h, const ProbeFile& file, ZOFLVD_INFO* info)
 {
     const int rc = read_file_header(h, file);
     if (rc != ZOFLV_OK)
-        return fail(385, rc);
+        return zoflvd_fail(385, rc);
     if (h->strm_cnt == 0)
         scan_streams(h, file);
     if (h->strm_cnt == 0)
-        return fail(397, ZOFLV_OK); // no stream: a failure whose code is 0
+        return zoflvd_fail(397, ZOFLV_OK); // no stream: a failure whose code is 0
 
     h->data_start = h->first_tag_pos;
     // A file without usable metadata is played all the same.
@@ -240,13 +189,13 @@ ZOFLVD* handle_open(_ZOCMN_MFAL* mfal, const int64_t* duration, ZOFLVD_INFO* inf
 {
     *rc = ZOFLV_OK;
     if (!duration || !mfal || !info) {
-        log_error("ERR: invalid argument, exit.");
+        zoflvd_log_error("ERR: invalid argument, exit.");
         return nullptr;
     }
     *info = ZOFLVD_INFO{};
     const ProbeFile file = {mfal, mfal->open(mfal, 0)};
     if (!file.fh) {
-        *rc = log_error("fopen() failed", ZOFLV_ERR_FILEIO);
+        *rc = zoflvd_log_error("fopen() failed", ZOFLV_ERR_FILEIO);
         return nullptr;
     }
     std::unique_ptr<ZOFLVD, HandleRelease> h(static_cast<ZOFLVD*>(std::calloc(1, sizeof(ZOFLVD))));
@@ -256,24 +205,7 @@ ZOFLVD* handle_open(_ZOCMN_MFAL* mfal, const int64_t* duration, ZOFLVD_INFO* inf
     }
     h->ext_duration = *duration;
     *rc = handle_fill(h.get(), file, info);
-    return is_valid(h.get()) ? h.release() : nullptr;
-}
-
-// Both information records are the first nine fields of the stream's record.
-void copy_info(const ZOFLVD_SH& sh, void* out)
-{
-    std::memcpy(out, &sh, sizeof(ZOFLVD_INFO_VID));
-}
-
-int copy_format(const ZOFLVD_SH& sh, void* buf, int* size)
-{
-    if (sh.csd ? sh.csd_size < 1 : sh.csd_size != 0)
-        return ZOFLV_ERR_FORMAT;
-    if (size)
-        *size = sh.csd_size;
-    if (buf && sh.csd)
-        std::memcpy(buf, sh.csd, static_cast<size_t>(sh.csd_size));
-    return ZOFLV_OK;
+    return zoflvd_is_valid(h.get()) ? h.release() : nullptr;
 }
 
 } // namespace
@@ -283,7 +215,7 @@ ZOFLVD* zoflvd_create(_ZOCMN_MFAL* mfal, const int64_t* duration, ZOFLVD_INFO* i
     int rc = ZOFLV_OK;
     ZOFLVD* h = handle_open(mfal, duration, info, &rc);
     if (!h)
-        log_error("zoflvd_create() failed");
+        zoflvd_log_error("zoflvd_create() failed");
     if (err)
         *err = rc;
     return h;
@@ -291,51 +223,51 @@ ZOFLVD* zoflvd_create(_ZOCMN_MFAL* mfal, const int64_t* duration, ZOFLVD_INFO* i
 
 void zoflvd_delete(ZOFLVD* h)
 {
-    if (is_valid(h))
+    if (zoflvd_is_valid(h))
         handle_release(h);
 }
 
 int zoflvd_get_info(ZOFLVD* h, ZOFLVD_INFO* out)
 {
-    if (!is_valid(h))
+    if (!zoflvd_is_valid(h))
         return ZOFLV_ERR_FAIL;
     if (!out)
-        return log_error("info is null");
+        return zoflvd_log_error("info is null");
     *out = h->info;
     return ZOFLV_OK;
 }
 
 int zoflvd_get_info_vid(ZOFLVD* h, int strm_indx, ZOFLVD_INFO_VID* out)
 {
-    if (!is_valid(h))
+    if (!zoflvd_is_valid(h))
         return ZOFLV_ERR_FAIL;
-    if (!has_stream(h, strm_indx))
-        return log_error("invalid strm_indx.");
+    if (!zoflvd_has_stream(h, strm_indx))
+        return zoflvd_log_error("invalid strm_indx.");
     if (!out)
         return ZOFLV_ERR_FAIL;
-    copy_info(h->sh[strm_indx], out);
+    zoflvd_copy_info(h->sh[strm_indx], out);
     return ZOFLV_OK;
 }
 
 int zoflvd_get_info_aud(ZOFLVD* h, int strm_indx, ZOFLVD_INFO_AUD* out)
 {
-    if (!is_valid(h))
+    if (!zoflvd_is_valid(h))
         return ZOFLV_ERR_FAIL;
     if (!out)
-        return fail(615);
-    if (!has_stream(h, strm_indx))
-        return fail(620);
-    copy_info(h->sh[strm_indx], out);
+        return zoflvd_fail(615);
+    if (!zoflvd_has_stream(h, strm_indx))
+        return zoflvd_fail(620);
+    zoflvd_copy_info(h->sh[strm_indx], out);
     return ZOFLV_OK;
 }
 
 int zoflvd_get_format(ZOFLVD* h, int strm_indx, void* buf, int* size)
 {
-    if (!is_valid(h))
+    if (!zoflvd_is_valid(h))
         return ZOFLV_ERR_FAIL;
-    if (!has_stream(h, strm_indx))
-        return fail(2161);
-    return copy_format(h->sh[strm_indx], buf, size);
+    if (!zoflvd_has_stream(h, strm_indx))
+        return zoflvd_fail(2161);
+    return zoflvd_copy_format(h->sh[strm_indx], buf, size);
 }
 
 // ==================================================================== Tags
@@ -343,11 +275,11 @@ int zoflvd_get_format(ZOFLVD* h, int strm_indx, void* buf, int* size)
 int zoflvd_tag_read(const _ZOCMN_MFAL* mfal, void* fh, ZOFLVD_TAG* tag)
 {
     if (!mfal || !fh || !tag)
-        return log_error("ERR: invalid argument, exit.");
+        return zoflvd_log_error("ERR: invalid argument, exit.");
     *tag = ZOFLVD_TAG{};
     int64_t pos = 0;
     if (zoflv_file_getpos(mfal, fh, &pos) != 0)
-        return log_error("ZOFLV_ERR_FILEIO.", ZOFLV_ERR_FILEIO);
+        return zoflvd_log_error("ZOFLV_ERR_FILEIO.", ZOFLV_ERR_FILEIO);
     uint8_t header[ZOFLV_TAG_HEADER];
     ZOFLVD_RDBUF rb;
     const int rc = zoflvd_rdbuf_init(&rb, header, sizeof header, mfal, fh, 1);
@@ -356,15 +288,15 @@ int zoflvd_tag_read(const _ZOCMN_MFAL* mfal, void* fh, ZOFLVD_TAG* tag)
     uint32_t time_low = 0;
     uint8_t time_high = 0;
     if (zoflvd_rdbuf_byte(&rb, &tag->type) != ZOFLV_OK) // TagType
-        return fail(291, ZOFLV_ERR_FORMAT);
+        return zoflvd_fail(291, ZOFLV_ERR_FORMAT);
     if (zoflvd_rdbuf_int24(&rb, &tag->data_size) != ZOFLV_OK) // DataSize
-        return fail(297, ZOFLV_ERR_FORMAT);
+        return zoflvd_fail(297, ZOFLV_ERR_FORMAT);
     if (zoflvd_rdbuf_int24(&rb, &time_low) != ZOFLV_OK) // Timestamp
-        return fail(303, ZOFLV_ERR_FORMAT);
+        return zoflvd_fail(303, ZOFLV_ERR_FORMAT);
     if (zoflvd_rdbuf_byte(&rb, &time_high) != ZOFLV_OK) // TimestampExtended
-        return fail(309, ZOFLV_ERR_FORMAT);
+        return zoflvd_fail(309, ZOFLV_ERR_FORMAT);
     if (zoflvd_rdbuf_int24(&rb, &tag->strm_id) != ZOFLV_OK) // StreamID
-        return fail(320, ZOFLV_ERR_FORMAT);
+        return zoflvd_fail(320, ZOFLV_ERR_FORMAT);
     const uint32_t time_ms = uint32_t{time_high} << 24 | time_low; // unsigned: up to 49 days
     tag->timestamp = int64_t{time_ms} * ZOFLV_TICKS_PER_MS;
     tag->pos = pos;
@@ -377,18 +309,18 @@ int zoflvd_tag_next(const _ZOCMN_MFAL* mfal, void* fh, const int64_t* start, int
     if (!mfal || !fh || !start || !end || !tag)
         return ZOFLV_ERR_FAIL;
     if (*end <= 0)
-        return fail(2578);
+        return zoflvd_fail(2578);
     tag->found = 0;
     tag->type = 0;
     int64_t pos = *start;
     bool examined = false;
     for (int count = 0; pos < *end;) {
         if (zoflv_file_setpos(mfal, fh, pos) != 0)
-            return fail(2595);
+            return zoflvd_fail(2595);
         const int rc = zoflvd_tag_read(mfal, fh, tag);
         if (rc != ZOFLV_OK) {
             // No later read from this file is to find data.
-            return zoflv_file_setpos(mfal, fh, *end) == 0 ? rc : fail(2602);
+            return zoflv_file_setpos(mfal, fh, *end) == 0 ? rc : zoflvd_fail(2602);
         }
         if (tag->type == type) {
             tag->found = 1;
@@ -397,8 +329,8 @@ int zoflvd_tag_next(const _ZOCMN_MFAL* mfal, void* fh, const int64_t* start, int
         }
         examined = true;
         if (max_tags >= 1 && ++count >= max_tags) {
-            __android_log_print(ANDROID_LOG_ERROR, log_tag, "tag of stream type %d not found",
-                                type);
+            __android_log_print(ANDROID_LOG_ERROR, ZOFLVD_LOG_TAG,
+                                "tag of stream type %d not found", type);
             return ZOFLV_ERR_FAIL;
         }
         if (!zoflv_pos_add(pos, int64_t{tag->data_size} + ZOFLV_TAG_OVERHEAD, &pos))
@@ -422,7 +354,7 @@ void stream_release(ZOFLVDS* s)
     if (s->fh)
         s->mfal.close(s->fh);
     *s = ZOFLVDS{};
-    clear_magic(&s->magic);
+    zoflv_clear_magic(&s->magic);
     std::free(s);
 }
 
@@ -457,7 +389,7 @@ int stream_fill(ZOFLVDS* s, ZOFLVD* h, int strm_indx)
         return ZOFLV_ERR_FILEIO;
     int rc = build_index(h, s);
     if (rc != ZOFLV_OK) {
-        log_warning("keyframe cache from metadata: failed");
+        zoflvd_log_warning("keyframe cache from metadata: failed");
         return rc;
     }
     rc = copy_record(s, sh);
@@ -477,10 +409,10 @@ int stream_fill(ZOFLVDS* s, ZOFLVD* h, int strm_indx)
 
 ZOFLVDS* zoflvds_open(ZOFLVD* h, int strm_indx, int* err)
 {
-    if (!is_valid(h))
+    if (!zoflvd_is_valid(h))
         return nullptr;
-    if (!has_stream(h, strm_indx)) {
-        fail(2413);
+    if (!zoflvd_has_stream(h, strm_indx)) {
+        zoflvd_fail(2413);
         return nullptr;
     }
     std::unique_ptr<ZOFLVDS, StreamRelease> s(
@@ -489,7 +421,7 @@ ZOFLVDS* zoflvds_open(ZOFLVD* h, int strm_indx, int* err)
     if (err)
         *err = rc;
     if (rc != ZOFLV_OK) {
-        log_error("zoflvds_open() failed");
+        zoflvd_log_error("zoflvds_open() failed");
         return nullptr;
     }
     return s.release();
@@ -497,31 +429,31 @@ ZOFLVDS* zoflvds_open(ZOFLVD* h, int strm_indx, int* err)
 
 void zoflvds_close(ZOFLVDS* s)
 {
-    if (is_valid(s))
+    if (zoflvds_is_valid(s))
         stream_release(s);
 }
 
 int zoflvds_get_info_vid(ZOFLVDS* s, ZOFLVD_INFO_VID* out)
 {
-    if (!is_valid(s) || !out)
+    if (!zoflvds_is_valid(s) || !out)
         return ZOFLV_ERR_FAIL;
-    copy_info(s->sh, out);
+    zoflvd_copy_info(s->sh, out);
     return ZOFLV_OK;
 }
 
 int zoflvds_get_info_aud(ZOFLVDS* s, ZOFLVD_INFO_AUD* out)
 {
-    if (!is_valid(s) || !out)
+    if (!zoflvds_is_valid(s) || !out)
         return ZOFLV_ERR_FAIL;
-    copy_info(s->sh, out);
+    zoflvd_copy_info(s->sh, out);
     return ZOFLV_OK;
 }
 
 int zoflvds_get_format(ZOFLVDS* s, void* buf, int* size)
 {
-    if (!is_valid(s))
+    if (!zoflvds_is_valid(s))
         return ZOFLV_ERR_FAIL;
-    return copy_format(s->sh, buf, size);
+    return zoflvd_copy_format(s->sh, buf, size);
 }
 
 // ================================================================== Frames
@@ -550,14 +482,14 @@ int fetch_tag(ZOFLVDS* s)
     int64_t pos = 0;
     const bool ahead = s->next_tag.found == 1;
     if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
-        return fail(ahead ? 789 : 804, ZOFLV_EOF);
+        return zoflvd_fail(ahead ? 789 : 804, ZOFLV_EOF);
     if (!ahead) {
         const int rc = zoflvd_tag_next(&s->mfal, s->fh, &pos, s->sh.strm_type, 0, &s->sh.file_size,
                                        &s->cur_tag);
         return rc == ZOFLV_OK ? ZOFLV_OK : ZOFLV_EOF;
     }
     if (!stands_on_data(s->next_tag, pos))
-        return fail(793, ZOFLV_EOF);
+        return zoflvd_fail(793, ZOFLV_EOF);
     s->cur_tag = s->next_tag;
     s->next_tag.found = 0;
     return ZOFLV_OK;
@@ -567,12 +499,12 @@ int fetch_tag(ZOFLVDS* s)
 int check_pending_tag(ZOFLVDS* s)
 {
     if (s->cur_tag.found != 1)
-        return fail(1108);
+        return zoflvd_fail(1108);
     int64_t pos = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
-        return fail(1112);
+        return zoflvd_fail(1112);
     if (!stands_on_data(s->cur_tag, pos))
-        return log_error("err: frame data fp is wrong!");
+        return zoflvd_log_error("err: frame data fp is wrong!");
     return ZOFLV_OK;
 }
 
@@ -594,7 +526,7 @@ void move_behind_tag(ZOFLVDS* s)
 
 int drop_frame(ZOFLVDS* s, int check)
 {
-    fail(check);
+    zoflvd_fail(check);
     move_behind_tag(s);
     return ZOFLV_EOF;
 }
@@ -613,27 +545,27 @@ int get_plain_frame(ZOFLVDS* s, const FrameOut& out)
         if (zoflv_file_skip(&s->mfal, s->fh, data_size) != 0)
             return drop_frame(s, 912);
         if (zoflvds_get_frm_finalyze(s, *out.frm_len, out.next_time) != ZOFLV_OK)
-            return fail(916, ZOFLV_EOF);
+            return zoflvd_fail(916, ZOFLV_EOF);
         return ZOFLV_ERR_BUFSIZE;
     }
     if (zoflv_file_skip(&s->mfal, s->fh, header) != 0)
         return drop_frame(s, 1190);
-    if (!read_exactly(s->mfal, s->fh, out.buf, length))
+    if (!zoflv_file_read(&s->mfal, s->fh, out.buf, length))
         return drop_frame(s, 1196);
     return zoflvds_get_frm_finalyze(s, length, out.next_time);
 }
 
 int avc_give_up(ZOFLVDS* s, int check)
 {
-    fail(check);
+    zoflvd_fail(check);
     move_to_end(s);
-    return fail(1146, ZOFLV_EOF);
+    return zoflvd_fail(1146, ZOFLV_EOF);
 }
 
 int avc_drop(ZOFLVDS* s, int check)
 {
-    fail(check);
-    fail(1146);
+    zoflvd_fail(check);
+    zoflvd_fail(1146);
     move_behind_tag(s);
     return ZOFLV_EOF;
 }
@@ -642,8 +574,8 @@ int avc_drop(ZOFLVDS* s, int check)
 bool read_nal_length(ZOFLVDS* s, int field_size, uint32_t* length)
 {
     uint8_t field[4] = {};
-    if (!read_exactly(s->mfal, s->fh, field, field_size)) {
-        fail(691);
+    if (!zoflv_file_read(&s->mfal, s->fh, field, field_size)) {
+        zoflvd_fail(691);
         return false;
     }
     zoflv_conv(field, field_size);
@@ -661,16 +593,17 @@ bool copy_nal(ZOFLVDS* s, const FrameOut& out, int64_t written, int64_t length)
     if (!out.buf) {
         if (length < 1 || zoflv_file_skip(&s->mfal, s->fh, length) == 0)
             return true;
-        fail(732);
+        zoflvd_fail(732);
         return false;
     }
     if (written + code_size + length > out.buf_size) {
-        fail(711);
+        zoflvd_fail(711);
         return false;
     }
     std::memcpy(out.buf + written, start_code, sizeof start_code);
-    if (!read_exactly(s->mfal, s->fh, out.buf + written + code_size, static_cast<int>(length))) {
-        fail(720);
+    if (!zoflv_file_read(&s->mfal, s->fh, out.buf + written + code_size,
+                         static_cast<int>(length))) {
+        zoflvd_fail(720);
         return false;
     }
     return true;
@@ -681,18 +614,18 @@ bool copy_nals(ZOFLVDS* s, const FrameOut& out, int64_t payload)
 {
     const int field_size = s->sh.h264_frm_len_size;
     if (field_size < 1 || field_size > 4) {
-        log_error("h264_frm_len_size error.");
+        zoflvd_log_error("h264_frm_len_size error.");
         return false;
     }
     int64_t start = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &start) != 0) {
-        fail(662);
+        zoflvd_fail(662);
         return false;
     }
     int64_t written = 0;
     for (int64_t left = payload; left > 0;) {
         if (out.buf && written >= out.buf_size) {
-            fail(671);
+            zoflvd_fail(671);
             return false;
         }
         uint32_t length = 0;
@@ -700,7 +633,7 @@ bool copy_nals(ZOFLVDS* s, const FrameOut& out, int64_t payload)
         if (!read_nal_length(s, field_size, &length))
             return false;
         if (left <= 0) {
-            fail(701);
+            zoflvd_fail(701);
             return false;
         }
         const int64_t unit = length < left ? int64_t{length} : left;
@@ -712,13 +645,13 @@ bool copy_nals(ZOFLVDS* s, const FrameOut& out, int64_t payload)
     *out.frm_len = static_cast<int>(written); // at most 4 x 2^24
     int64_t end = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &end) != 0) {
-        fail(743);
+        zoflvd_fail(743);
         return false;
     }
     int64_t wanted = 0;
     if (!zoflv_pos_add(start, payload, &wanted) ||
         (end != wanted && zoflv_file_setpos(&s->mfal, s->fh, wanted) != 0)) {
-        fail(751);
+        zoflvd_fail(751);
         return false;
     }
     return true;
@@ -766,10 +699,10 @@ int get_avc_frame(ZOFLVDS* s, const FrameOut& out)
     if (zoflv_file_skip(&s->mfal, s->fh, 1) != 0)
         return avc_drop(s, 960);
     uint8_t packet_type = 0;
-    if (!read_exactly(s->mfal, s->fh, &packet_type, 1))
+    if (!zoflv_file_read(&s->mfal, s->fh, &packet_type, 1))
         return avc_give_up(s, 967);
     uint8_t composition_time[3]; // not used
-    if (!read_exactly(s->mfal, s->fh, composition_time, sizeof composition_time))
+    if (!zoflv_file_read(&s->mfal, s->fh, composition_time, sizeof composition_time))
         return avc_give_up(s, 974);
     const int payload = static_cast<int>(s->cur_tag.data_size) - header;
     if (payload <= 0)
@@ -805,16 +738,16 @@ int get_avc_frame(ZOFLVDS* s, const FrameOut& out)
 int zoflvds_get_frm(ZOFLVDS* s, uint8_t* buf, int buf_size, int* frm_len, int64_t* time,
                     int64_t* next_time)
 {
-    if (!is_valid(s) || !frm_len)
+    if (!zoflvds_is_valid(s) || !frm_len)
         return ZOFLV_ERR_FAIL;
     const int rc = s->fetch_tag ? fetch_tag(s) : check_pending_tag(s);
     if (rc != ZOFLV_OK)
         return rc;
     if (s->cur_tag.found != 1)
-        return fail(1123, ZOFLV_EOF);
+        return zoflvd_fail(1123, ZOFLV_EOF);
     s->fetch_tag = buf ? 1 : 0;
     if (s->cur_tag.data_size <= 1) {
-        fail(1132);
+        zoflvd_fail(1132);
         move_to_end(s);
         return ZOFLV_EOF;
     }
@@ -829,16 +762,16 @@ int zoflvds_get_frm(ZOFLVDS* s, uint8_t* buf, int buf_size, int* frm_len, int64_
 
 int zoflvds_get_frm_finalyze(ZOFLVDS* s, int, int64_t* next_time)
 {
-    if (!is_valid(s))
-        return fail(859);
+    if (!zoflvds_is_valid(s))
+        return zoflvd_fail(859);
     uint8_t prev_tag_size[ZOFLV_PREV_TAG_SIZE]; // not compared with anything
-    if (!read_exactly(s->mfal, s->fh, prev_tag_size, sizeof prev_tag_size)) {
-        fail(830);
-        return fail(865);
+    if (!zoflv_file_read(&s->mfal, s->fh, prev_tag_size, sizeof prev_tag_size)) {
+        zoflvd_fail(830);
+        return zoflvd_fail(865);
     }
     int64_t pos = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
-        return fail(871);
+        return zoflvd_fail(871);
     const int rc =
         zoflvd_tag_next(&s->mfal, s->fh, &pos, s->sh.strm_type, 0, &s->sh.file_size, &s->next_tag);
     if (next_time)
@@ -868,24 +801,24 @@ int check_first_position(const ZOFLVDS* s, double first, bool* usable)
     *usable = false;
     int64_t back = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &back) != 0) {
-        fail(3001);
+        zoflvd_fail(3001);
         return ZOFLV_OK;
     }
     const int64_t pos = zoflv_from_double<int64_t>(first);
     if (pos < 0) {
-        log_error("1st position of idx talbe is invalid");
+        zoflvd_log_error("1st position of idx talbe is invalid");
         return ZOFLV_OK;
     }
     if (zoflv_file_setpos(&s->mfal, s->fh, pos) != 0) {
-        fail(3002);
+        zoflvd_fail(3002);
         return ZOFLV_OK;
     }
     uint8_t type = 0;
-    if (!read_exactly(s->mfal, s->fh, &type, 1))
-        return fail(3003, ZOFLV_ERR_FILEIO);
+    if (!zoflv_file_read(&s->mfal, s->fh, &type, 1))
+        return zoflvd_fail(3003, ZOFLV_ERR_FILEIO);
     zoflv_file_setpos(&s->mfal, s->fh, back); // the open positions the file once more
     if (type != ZOFLV_TAG_AUDIO && type != ZOFLV_TAG_VIDEO && type != ZOFLV_TAG_SCRIPT) {
-        log_warning("zoflv first tag_header type is invalid");
+        zoflvd_log_warning("zoflv first tag_header type is invalid");
         return ZOFLV_OK;
     }
     *usable = true;
@@ -902,13 +835,13 @@ int fill_index(const ZOFLVD_METADATA& md, int32_t count, ZOFLVD_MBLK* idx)
         };
         const int rc = zoflvd_mblk_elem_add(idx, &kf);
         if (rc != ZOFLV_OK) {
-            log_warning("zoflvd_mblk_elem_add() failed");
+            zoflvd_log_warning("zoflvd_mblk_elem_add() failed");
             return rc;
         }
     }
     const int rc = zoflvd_mblk_upd_meta(idx, zoflvd_kf_time);
     if (rc != ZOFLV_OK)
-        log_warning("zoflvd_mblk_upd_meta() failed");
+        zoflvd_log_warning("zoflvd_mblk_upd_meta() failed");
     return rc;
 }
 
@@ -931,7 +864,7 @@ int build_index(const ZOFLVD* h, ZOFLVDS* s)
     if (usable)
         rc = fill_index(md, count, &s->idx);
     if (!usable || rc != ZOFLV_OK) {
-        log_error("zoflvd_kf_build_metadata() failed");
+        zoflvd_log_error("zoflvd_kf_build_metadata() failed");
         zoflvd_mblk_dtor(&s->idx);
     }
     return rc;
@@ -982,11 +915,11 @@ int64_t zoflvd_kf_time(const void* entry)
 
 int zoflvds_get_idx_table(ZOFLVDS* s, void* buf, int buf_size, int* out_size, int* out_cnt)
 {
-    if (!is_valid(s))
+    if (!zoflvds_is_valid(s))
         return ZOFLV_ERR_FAIL;
     const uint32_t count = zoflvd_mblk_elem_cnt(&s->idx);
     if (count == 0 || s->sh.strm_type != ZOFLV_TAG_VIDEO)
-        return fail(3004, ZOFLV_ERR_UNSUPPORTED);
+        return zoflvd_fail(3004, ZOFLV_ERR_UNSUPPORTED);
     // A metadata tag holds fewer than 2^21 array elements: the size fits.
     const int size = static_cast<int>(count) * table_entry_size;
     if (out_size)
@@ -998,23 +931,23 @@ int zoflvds_get_idx_table(ZOFLVDS* s, void* buf, int buf_size, int* out_size, in
     if (buf_size < size)
         return ZOFLV_ERR_BUFSIZE;
     if (write_table(s->idx, static_cast<uint8_t*>(buf)) != count)
-        return fail(3005);
+        return zoflvd_fail(3005);
     return ZOFLV_OK;
 }
 
 int zoflvd_get_idx_table(ZOFLVD* h, int strm_indx, void* buf, int buf_size, int* out_size,
                          int* out_cnt)
 {
-    if (!is_valid(h))
+    if (!zoflvd_is_valid(h))
         return ZOFLV_ERR_FAIL;
-    if (!has_stream(h, strm_indx))
-        return fail(3006);
+    if (!zoflvd_has_stream(h, strm_indx))
+        return zoflvd_fail(3006);
     if (h->sh[strm_indx].strm_type != ZOFLV_TAG_VIDEO)
-        return fail(3007, ZOFLV_ERR_UNSUPPORTED);
+        return zoflvd_fail(3007, ZOFLV_ERR_UNSUPPORTED);
     int rc = ZOFLV_ERR_FAIL;
     ZOFLVDS* s = zoflvds_open(h, strm_indx, &rc);
     if (!s) {
-        log_warning("zoflvds_open failed");
+        zoflvd_log_warning("zoflvds_open failed");
         return rc;
     }
     rc = zoflvds_get_idx_table(s, buf, buf_size, out_size, out_cnt);
@@ -1070,7 +1003,7 @@ bool read_prev_tag_size(const ByteScan& scan, int64_t pos, uint32_t* value)
         int64_t back = 0;
         if (zoflv_file_getpos(scan.mfal, scan.fh, &back) != 0 ||
             zoflv_file_setpos(scan.mfal, scan.fh, pos) != 0 ||
-            !read_exactly(*scan.mfal, scan.fh, raw, sizeof raw) ||
+            !zoflv_file_read(scan.mfal, scan.fh, raw, sizeof raw) ||
             zoflv_file_setpos(scan.mfal, scan.fh, back) != 0)
             return false;
     }
@@ -1118,7 +1051,7 @@ bool fill_window(ByteScan* scan, int64_t pos)
     const int64_t room = window_size - kept;
     const int64_t wanted = left < room ? left : room;
     if (wanted < 0 ||
-        !read_exactly(*scan->mfal, scan->fh, scan->window + kept, static_cast<int>(wanted)))
+        !zoflv_file_read(scan->mfal, scan->fh, scan->window + kept, static_cast<int>(wanted)))
         return false;
     scan->start = pos - kept;
     scan->length = kept + static_cast<int>(wanted);
@@ -1130,12 +1063,12 @@ int scan_windows(ByteScan* scan, int64_t start, ZOFLVD_TAG* tag)
     int64_t pos = start;
     while (pos < scan->scan_end) {
         if (zoflv_file_getpos(scan->mfal, scan->fh, &pos) != 0 || !fill_window(scan, pos))
-            return fail(3101);
+            return zoflvd_fail(3101);
         const int offsets = scan->length - (ZOFLV_TAG_HEADER - 1);
         for (int at = 0; at < offsets; ++at) {
             const int rc = check_candidate(*scan, at, tag);
             if (rc == ZOFLV_ERR_FAIL)
-                return fail(3102);
+                return zoflvd_fail(3102);
             if (rc == ZOFLV_OK)
                 return ZOFLV_OK;
         }
@@ -1152,9 +1085,9 @@ int search_bytes(const _ZOCMN_MFAL* mfal, void* fh, uint8_t* buf, int64_t start,
     ByteScan scan = {mfal, fh, buf, scan_end < limit ? scan_end : limit, limit, start, 0, 0};
     const int rc = scan_windows(&scan, start, tag);
     if (rc == ZOFLV_ERR_FAIL) {
-        __android_log_print(ANDROID_LOG_ERROR, log_tag, "frm search: %d bytes checked",
+        __android_log_print(ANDROID_LOG_ERROR, ZOFLVD_LOG_TAG, "frm search: %d bytes checked",
                             zoflv_wrap32(scan.checked));
-        log_error("zoflvds_seek_bytestream_tag() failed");
+        zoflvd_log_error("zoflvds_seek_bytestream_tag() failed");
     }
     return rc;
 }
@@ -1199,12 +1132,12 @@ int find_start_tag(ZOFLVDS* s, int64_t target, uint8_t* buf, ZOFLVD_TAG* tag)
         if (est > before) // moved up by the clamp: the last round looks at everything
             scan_end = sh.file_size;
         if (zoflv_file_setpos(&s->mfal, s->fh, est) != 0)
-            return fail(3201);
+            return zoflvd_fail(3201);
         // Behind `scan_end` lies what the round before has searched: if there is nothing new, its
         // tag stays.
         const int rc = search_bytes(&s->mfal, s->fh, buf, est, scan_end, sh.file_size, tag);
         if (rc == ZOFLV_ERR_FAIL || (rc == ZOFLV_EOF && scan_end == sh.file_size))
-            return fail(3202);
+            return zoflvd_fail(3202);
         if (tag->pos <= sh.data_start || tag->timestamp < target || est == sh.data_start)
             return ZOFLV_OK;
         scan_end = zoflv_add_sat(est, ZOFLV_TAG_HEADER - 1);
@@ -1224,14 +1157,14 @@ bool has_overshot(const ZOFLVD_CRAWL& crawl, int64_t target, int mode)
 
 int step(ZOFLVD_CRAWL* crawl)
 {
-    return crawl->next(crawl) < 0 ? fail(3203) : ZOFLV_OK;
+    return crawl->next(crawl) < 0 ? zoflvd_fail(3203) : ZOFLV_OK;
 }
 
 // Leaves the file at the tag that the crawler has found, and tells its time.
 int land(ZOFLVD_CRAWL* crawl, int64_t* out_time)
 {
     if (crawl->setpos(crawl) != ZOFLV_OK)
-        return fail(3204);
+        return zoflvd_fail(3204);
     if (out_time)
         *out_time = crawl->result;
     return ZOFLV_OK;
@@ -1244,7 +1177,7 @@ int crawl_to_time(ZOFLVDS* s, const ZOFLVD_TAG& start, int64_t target, int mode,
     constexpr int max_walked = 30720; // tags of the stream, per direction
 
     if (zoflvd_crawl_init_seek(crawl, &start, &target, s, mode) != ZOFLV_OK)
-        return fail(3205);
+        return zoflvd_fail(3205);
     bool turned = false;
     int walked = 0;
     int found = crawl->check(crawl);
@@ -1258,7 +1191,7 @@ int crawl_to_time(ZOFLVDS* s, const ZOFLVD_TAG& start, int64_t target, int mode,
                                ? zoflvd_crawl_init_reverse(crawl, &start, &target, s)
                                : zoflvd_crawl_init_reverse_forw(crawl, &start, &target, s);
             if (rc != ZOFLV_OK)
-                return fail(3206);
+                return zoflvd_fail(3206);
             turned = true;
             walked = 0;
         }
@@ -1276,7 +1209,7 @@ int seek_from_current(ZOFLVDS* s, int64_t* out_time, int mode)
         return ZOFLV_EOF;
     ZOFLVD_CRAWL crawl;
     if (zoflvd_crawl_init_keyfrm(&crawl, &cur, s, mode == mode_next ? 1 : 0) != ZOFLV_OK)
-        return fail(3207, ZOFLV_EOF);
+        return zoflvd_fail(3207, ZOFLV_EOF);
     int found = 0;
     while (found == 0) {
         if (step(&crawl) != ZOFLV_OK)
@@ -1293,7 +1226,7 @@ int seek_closest(ZOFLVDS* s, int64_t time, int64_t* out_time)
     int64_t prev_pos = 0;
     const bool has_prev = zoflvds_seek_bytestream(s, &time, &prev_time, mode_previous) == ZOFLV_OK;
     if (has_prev && zoflv_file_getpos(&s->mfal, s->fh, &prev_pos) != 0)
-        return fail(3208, ZOFLV_ERR_FILEIO);
+        return zoflvd_fail(3208, ZOFLV_ERR_FILEIO);
     int64_t next_time = 0;
     const bool has_next = zoflvds_seek_bytestream(s, &time, &next_time, mode_next) == ZOFLV_OK;
     if (!has_prev && !has_next)
@@ -1301,7 +1234,7 @@ int seek_closest(ZOFLVDS* s, int64_t time, int64_t* out_time)
     const bool take_next =
         has_next && (!has_prev || zoflv_sub_sat(next_time, time) < zoflv_sub_sat(time, prev_time));
     if (!take_next && zoflv_file_setpos(&s->mfal, s->fh, prev_pos) != 0)
-        return fail(3209, ZOFLV_ERR_FILEIO);
+        return zoflvd_fail(3209, ZOFLV_ERR_FILEIO);
     if (out_time)
         *out_time = take_next ? next_time : prev_time;
     return ZOFLV_OK;
@@ -1343,12 +1276,12 @@ struct IndexSeek {
 
 int keytag_error()
 {
-    return log_error("zoflvds_validate_keytag() failed", ZOFLV_ERR_FORMAT);
+    return zoflvd_log_error("zoflvds_validate_keytag() failed", ZOFLV_ERR_FORMAT);
 }
 
 int keytag_fail(int check)
 {
-    fail(check);
+    zoflvd_fail(check);
     return keytag_error();
 }
 
@@ -1381,7 +1314,7 @@ int match_keytag(ZOFLVDS* s, const IndexSeek& seek, const ZOFLVD_TAG& found)
     if (found.type != ZOFLV_TAG_VIDEO)
         return ZOFLV_OK;
     uint8_t head[16];
-    if (!read_exactly(s->mfal, s->fh, head, sizeof head))
+    if (!zoflv_file_read(&s->mfal, s->fh, head, sizeof head))
         return keytag_fail(3302);
     return head[ZOFLV_TAG_HEADER] >> 4 == 1 ? ZOFLV_OK : ZOFLV_EOF; // FrameType
 }
@@ -1427,7 +1360,7 @@ int search_near(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
 int seek_to_entry(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
 {
     if (zoflv_file_setpos(&s->mfal, s->fh, seek.entry.pos) != 0)
-        return log_error("fsetpos() failed", ZOFLV_ERR_FORMAT);
+        return zoflvd_log_error("fsetpos() failed", ZOFLV_ERR_FORMAT);
     uint8_t head[16] = {};
     const int count = s->mfal.read(s->fh, head, sizeof head);
     if (count <= 0)
@@ -1443,7 +1376,7 @@ int seek_with_index(ZOFLVDS* s, int64_t time, int64_t* out_time, int mode)
 {
     const void* entry = zoflvd_mblk_elem_find(&s->idx, &time, zoflvd_kf_compare);
     if (!entry)
-        return log_error("zoflvd_mblk_elem_find() failed", ZOFLV_ERR_FORMAT);
+        return zoflvd_log_error("zoflvd_mblk_elem_find() failed", ZOFLV_ERR_FORMAT);
     IndexSeek seek = {time, entry_of(entry), false};
     if (mode == mode_next || mode == mode_closest) {
         const void* next = next_entry(s->idx, entry);
@@ -1462,22 +1395,22 @@ int seek_with_index(ZOFLVDS* s, int64_t time, int64_t* out_time, int mode)
 
 int zoflvds_seek(ZOFLVDS* s, const int64_t* time, int64_t* out_time, int mode)
 {
-    if (!is_valid(s))
+    if (!zoflvds_is_valid(s))
         return ZOFLV_ERR_FAIL;
     if (mode < mode_previous || mode > mode_closest)
-        return fail(3305);
+        return zoflvd_fail(3305);
     // Whatever comes of it, the next read begins with the tag at the file's position.
     s->cur_tag.found = 0;
     s->next_tag.found = 0;
     s->fetch_tag = 1;
     if (!time) {
         if (mode != mode_next && mode != mode_back)
-            return log_error("zoflvds_seek(): invalid mode arg");
+            return zoflvd_log_error("zoflvds_seek(): invalid mode arg");
         return seek_from_current(s, out_time, mode);
     }
     if (*time == 0) {
         if (zoflv_file_setpos(&s->mfal, s->fh, s->sh.first_tag_pos) != 0)
-            return fail(3306, ZOFLV_ERR_FILEIO);
+            return zoflvd_fail(3306, ZOFLV_ERR_FILEIO);
         if (out_time)
             *out_time = 0;
         return ZOFLV_OK;
@@ -1491,23 +1424,23 @@ int zoflvds_seek_bytestream(ZOFLVDS* s, const int64_t* time, int64_t* out_time, 
 {
     const int64_t target = *time;
     if (s->sh.duration < target)
-        return fail(3210);
+        return zoflvd_fail(3210);
     int64_t pos = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
-        return fail(3211);
+        return zoflvd_fail(3211);
     const zoflv_block buf = zoflv_alloc(window_size);
     if (!buf) {
-        __android_log_print(ANDROID_LOG_ERROR, log_tag, "malloc failed!, [%s: %d]",
-                            "zoflv/dmx/zoflvd", 3212);
+        __android_log_print(ANDROID_LOG_ERROR, ZOFLVD_LOG_TAG, "malloc failed!, [%s: %d]",
+                            ZOFLVD_SOURCE, 3212);
         return ZOFLV_ERR_FAIL;
     }
     if (s->sh.duration <= 0)
-        return fail(3213);
+        return zoflvd_fail(3213);
     ZOFLVD_TAG start = {};
     if (find_start_tag(s, target, buf.get(), &start) != ZOFLV_OK)
         return ZOFLV_ERR_FAIL;
     if (zoflv_file_setpos(&s->mfal, s->fh, start.pos) != 0)
-        return fail(3214);
+        return zoflvd_fail(3214);
     ZOFLVD_CRAWL crawl;
     if (crawl_to_time(s, start, target, mode, &crawl) != ZOFLV_OK)
         return ZOFLV_ERR_FAIL;

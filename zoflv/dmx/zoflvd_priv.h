@@ -56,10 +56,20 @@ struct ZOFLVDS {
     int32_t fetch_tag;   ///< 1: the next read moves to the following tag; 0: `cur_tag` is pending
 };
 
-static_assert(sizeof(ZOFLVD_INFO_VID) == 9 * sizeof(int32_t), "packed as the record it copies");
-static_assert(sizeof(ZOFLVD_INFO_AUD) == sizeof(ZOFLVD_INFO_VID), "one layout, two meanings");
-static_assert(offsetof(ZOFLVD_SH, fourcc_out) == sizeof(ZOFLVD_INFO_VID),
-              "the information records are the first nine fields");
+inline bool zoflvd_is_valid(const ZOFLVD* h)
+{
+    return h && h->magic == ZOFLVD_MAGIC;
+}
+
+inline bool zoflvd_has_stream(const ZOFLVD* h, int strm_indx)
+{
+    return strm_indx >= 0 && strm_indx < h->strm_cnt;
+}
+
+inline bool zoflvds_is_valid(const ZOFLVDS* s)
+{
+    return s && s->magic == ZOFLVDS_MAGIC;
+}
 
 /// Orders a time, `*key`, against an index entry, one of those in the block `node`: an entry
 /// matches from its time up to the next entry's in the block, both included.
