@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// Byte-order helpers for big-endian file fields that were read raw, and the time conversion.
+/// Byte order: the values of big-endian fields; reversals in place and the conversion of times.
 ///
-/// The reversals work in place on the bytes themselves, so they do the same on every host: a
-/// big-endian field becomes a little-endian one, which zoflv_le32() turns into a value.
+/// All work on the bytes themselves, so they do the same on every host. The demuxer reads values;
+/// the reversals and zoflv_conv_time() complete the module, and nothing here but tests calls them.
 #pragma once
 
 #include <cstdint>
@@ -28,9 +28,28 @@ void zoflv_conv(void* bytes, int length);
 /// A scale of 0 gives 0.
 uint64_t zoflv_conv_time(uint64_t t, uint64_t scale);
 
-/// The value of four bytes stored least significant first.
-inline uint32_t zoflv_le32(const uint8_t* bytes)
+// Values of big-endian fields as they stand in a file.
+
+inline uint32_t zoflv_be16(const uint8_t* bytes)
 {
-    return uint32_t{bytes[0]} | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 |
-           uint32_t{bytes[3]} << 24;
+    return uint32_t{bytes[0]} << 8 | bytes[1];
+}
+
+inline uint32_t zoflv_be24(const uint8_t* bytes)
+{
+    return uint32_t{bytes[0]} << 16 | uint32_t{bytes[1]} << 8 | bytes[2];
+}
+
+inline uint32_t zoflv_be32(const uint8_t* bytes)
+{
+    return zoflv_be16(bytes) << 16 | zoflv_be16(bytes + 2);
+}
+
+/// A field of `count` bytes, 0 to 8.
+inline uint64_t zoflv_be(const uint8_t* bytes, int count)
+{
+    uint64_t value = 0;
+    for (int i = 0; i < count; ++i)
+        value = value << 8 | bytes[i];
+    return value;
 }

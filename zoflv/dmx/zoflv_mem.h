@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// Blocks from the plain heap that release themselves, null when there is no memory; and what is
-/// left behind when a handle is freed.
+/// Blocks from the plain heap that release themselves, null when there is no memory; and the end of
+/// a handle's validity.
 #pragma once
 
 #include <cstddef>

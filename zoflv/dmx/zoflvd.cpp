@@ -72,8 +72,7 @@ int read_file_header(ZOFLVD* h, const ProbeFile& file)
     uint8_t data_offset[4];
     if (!zoflv_file_read(file.mfal, file.fh, data_offset, sizeof data_offset))
         return zoflvd_fail(146, ZOFLV_ERR_FILEIO);
-    zoflv_conv_u32(data_offset);
-    h->first_tag_pos = uint32_t{zoflv_le32(data_offset) + ZOFLV_PREV_TAG_SIZE}; // wraps at 2^32
+    h->first_tag_pos = uint32_t{zoflv_be32(data_offset) + ZOFLV_PREV_TAG_SIZE}; // wraps at 2^32
     if (flags & flag_audio)
         add_stream(h, ZOFLV_TAG_AUDIO);
     if (flags & flag_video)
@@ -93,13 +92,11 @@ bool scan_tag(ZOFLVD* h, const ProbeFile& file, uint8_t* scratch)
     if (h->strm_cnt == ZOFLV_MAX_STREAMS)
         return true;
     if (type != ZOFLV_TAG_AUDIO && type != ZOFLV_TAG_VIDEO && type != ZOFLV_TAG_SCRIPT)
-        return true; // no skip: the next byte is tried
-    std::memset(scratch, 0, 4);
+        return true;                                      // no skip: the next byte is tried
     if (!zoflv_file_read(file.mfal, file.fh, scratch, 3)) // DataSize
         return false;
-    zoflv_conv_u24(scratch);
     // The rest of the header, the data and PreviousTagSize: onto the next TagType.
-    const int64_t rest = int64_t{zoflv_le32(scratch)} + ZOFLV_TAG_OVERHEAD - 4;
+    const int64_t rest = int64_t{zoflv_be24(scratch)} + ZOFLV_TAG_OVERHEAD - 4;
     return zoflv_file_skip(file.mfal, file.fh, rest) == 0;
 }
 
@@ -573,13 +570,12 @@ int avc_drop(ZOFLVDS* s, int check)
 // Reads the big-endian length field before a NAL unit. False with its line when it is not there.
 bool read_nal_length(ZOFLVDS* s, int field_size, uint32_t* length)
 {
-    uint8_t field[4] = {};
+    uint8_t field[4];
     if (!zoflv_file_read(&s->mfal, s->fh, field, field_size)) {
         zoflvd_fail(691);
         return false;
     }
-    zoflv_conv(field, field_size);
-    *length = zoflv_le32(field);
+    *length = static_cast<uint32_t>(zoflv_be(field, field_size));
     return true;
 }
 
@@ -981,11 +977,6 @@ struct ByteScan {
     int64_t checked; // offsets looked at in earlier windows
 };
 
-uint32_t be24(const uint8_t* bytes)
-{
-    return uint32_t{bytes[0]} << 16 | uint32_t{bytes[1]} << 8 | bytes[2];
-}
-
 bool looks_like_header(const uint8_t* p)
 {
     const bool type =
@@ -1007,8 +998,7 @@ bool read_prev_tag_size(const ByteScan& scan, int64_t pos, uint32_t* value)
             zoflv_file_setpos(scan.mfal, scan.fh, back) != 0)
             return false;
     }
-    zoflv_conv_u32(raw);
-    *value = zoflv_le32(raw);
+    *value = zoflv_be32(raw);
     return true;
 }
 
@@ -1019,7 +1009,7 @@ int check_candidate(const ByteScan& scan, int at, ZOFLVD_TAG* tag)
     const uint8_t* p = scan.window + at;
     if (!looks_like_header(p))
         return ZOFLV_EOF;
-    const uint32_t size = be24(p + 1);
+    const uint32_t size = zoflv_be24(p + 1);
     const int64_t pos = scan.start + at;
     if (scan.limit - pos <= int64_t{size} + ZOFLV_TAG_OVERHEAD)
         return ZOFLV_EOF;
@@ -1035,7 +1025,7 @@ int check_candidate(const ByteScan& scan, int at, ZOFLVD_TAG* tag)
     *tag = ZOFLVD_TAG{};
     tag->type = p[0];
     tag->data_size = size;
-    const uint32_t time_ms = uint32_t{p[7]} << 24 | be24(p + 4);
+    const uint32_t time_ms = uint32_t{p[7]} << 24 | zoflv_be24(p + 4);
     tag->timestamp = int64_t{static_cast<int32_t>(time_ms)} * ZOFLV_TICKS_PER_MS; // signed here
     tag->pos = pos;
     return ZOFLV_OK;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zoflv/dmx/zoflvd_bs.h"
 
+#include "zoflv/dmx/zoflv_conv.h"
 #include "zoflv/dmx/zoflv_err.h"
 #include "zoflv/dmx/zoflv_log.h"
 #include "zoflv/dmx/zoflv_num.h"
@@ -59,10 +60,7 @@ uint32_t gather(const ZOFLVD_BS* bs, uint32_t n)
 {
     const uint32_t until = static_cast<uint32_t>(bs->bit_pos) + n;
     const uint32_t bytes = (until + 7) / 8; // 1 to 5
-    uint64_t value = 0;
-    for (uint32_t i = 0; i < bytes; ++i)
-        value = value << 8 | bs->cur[i];
-    value >>= bytes * 8 - until;
+    const uint64_t value = zoflv_be(bs->cur, static_cast<int>(bytes)) >> (bytes * 8 - until);
     return static_cast<uint32_t>(value & ((uint64_t{1} << n) - 1));
 }
 

@@ -87,7 +87,7 @@ int32_t step_to(ZOFLVD_CRAWL* crawl, int64_t pos)
     if (crawl->strm_type != ZOFLV_TAG_VIDEO)
         return stepped;
     uint8_t first = 0; // FrameType and CodecID
-    if (crawl->mfal->read(crawl->fh, &first, 1) != 1)
+    if (!zoflv_file_read(crawl->mfal, crawl->fh, &first, 1))
         return fail(3003);
     crawl->cur.kf = first >> 4 == 1;
     return stepped;
@@ -110,10 +110,9 @@ int32_t zoflvd_crawl_next_backw(ZOFLVD_CRAWL* crawl)
         return stop_at_end(crawl);
     uint8_t raw[ZOFLV_PREV_TAG_SIZE];
     if (zoflv_file_setpos(crawl->mfal, crawl->fh, field) != 0 ||
-        crawl->mfal->read(crawl->fh, raw, sizeof raw) != static_cast<int>(sizeof raw))
+        !zoflv_file_read(crawl->mfal, crawl->fh, raw, sizeof raw))
         return ZOFLV_ERR_FAIL;
-    zoflv_conv_u32(raw);
-    crawl->prev_tag_size = zoflv_le32(raw);
+    crawl->prev_tag_size = zoflv_be32(raw);
     const int64_t pos = zoflv_sub_sat(field, crawl->prev_tag_size);
     if (crawl->prev_tag_size == 0 || pos < crawl->pos_min)
         return stop_at_end(crawl); // the chain of tags begins here

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zoflv/dmx/zoflvd_metadata.h"
 
+#include "zoflv/dmx/zoflv_conv.h"
 #include "zoflv/dmx/zoflv_err.h"
 #include "zoflv/dmx/zoflv_log.h"
 #include "zoflv/dmx/zoflv_mem.h"
@@ -244,9 +245,7 @@ bool read_double(ZOFLVD_RDBUF* rb, double* out)
     uint8_t raw[8];
     if (zoflvd_rdbuf_read(rb, raw, sizeof raw) != ZOFLV_OK)
         return false;
-    uint64_t bits = 0;
-    for (uint8_t byte : raw)
-        bits = bits << 8 | byte;
+    const uint64_t bits = zoflv_be(raw, sizeof raw);
     static_assert(sizeof bits == sizeof *out, "binary64");
     std::memcpy(out, &bits, sizeof bits);
     return true;

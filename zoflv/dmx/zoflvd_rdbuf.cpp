@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zoflv/dmx/zoflvd_rdbuf.h"
 
+#include "zoflv/dmx/zoflv_conv.h"
 #include "zoflv/dmx/zoflv_err.h"
 #include "zoflv/dmx/zoflv_log.h"
 
@@ -106,10 +107,7 @@ int zoflvd_rdbuf_bits(ZOFLVD_RDBUF* rb, int n, uint32_t* out)
         return fail(200);
     }
     const uint32_t bytes = (until + 7) / 8; // 1 to 5: 32 bits from the last bit of a byte on
-    uint64_t value = 0;
-    for (uint32_t i = 0; i < bytes; ++i)
-        value = value << 8 | rb->cur[i];
-    value >>= bytes * 8 - until;
+    const uint64_t value = zoflv_be(rb->cur, static_cast<int>(bytes)) >> (bytes * 8 - until);
     if (out)
         *out = static_cast<uint32_t>(value & ((uint64_t{1} << n) - 1));
     rb->cur += until / 8;
@@ -123,7 +121,7 @@ int zoflvd_rdbuf_int16(ZOFLVD_RDBUF* rb, uint16_t* out)
     if (!take(rb, 2, &p))
         return fail(217);
     if (out)
-        *out = static_cast<uint16_t>(p[0] << 8 | p[1]);
+        *out = static_cast<uint16_t>(zoflv_be16(p));
     return ZOFLV_OK;
 }
 
@@ -134,7 +132,7 @@ int zoflvd_rdbuf_int24(ZOFLVD_RDBUF* rb, uint32_t* out)
     const uint8_t* p = nullptr;
     if (!take(rb, 3, &p))
         return fail(245);
-    *out = uint32_t{p[0]} << 16 | uint32_t{p[1]} << 8 | p[2];
+    *out = zoflv_be24(p);
     return ZOFLV_OK;
 }
 
@@ -144,7 +142,7 @@ int zoflvd_rdbuf_int32(ZOFLVD_RDBUF* rb, uint32_t* out)
     if (!take(rb, 4, &p))
         return fail(230);
     if (out)
-        *out = uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
+        *out = zoflv_be32(p);
     return ZOFLV_OK;
 }
 
