@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zoflv/dmx/zoflv_conv.h"
 
-#include "zoflv/dmx/zoflvd.h"
+#include "zoflv/dmx/zoflv_types.h"
 
 #include <cstddef>
 #include <cstring>

@@ -10,6 +10,7 @@
 #include "zoflv/dmx/zoflvd_priv.h"
 #include "zoflv/dmx/zoflvd_rdbuf.h"
 
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -779,10 +780,6 @@ int zoflvds_get_frm_finalyze(ZOFLVDS* s, int, int64_t* next_time)
 
 namespace {
 
-// Bytes of an entry that the index tables hand out: 0, a gap, the time.
-constexpr int table_entry_size = 16;
-constexpr int table_time_at = 8;
-
 ZOFLVD_KF entry_of(const void* entry)
 {
     ZOFLVD_KF kf;
@@ -878,8 +875,8 @@ uint32_t write_table(const ZOFLVD_MBLK& idx, uint8_t* out)
         for (const uint8_t* p = zoflvd_mblk_data(node); p != end; p += idx.elem_size) {
             const int64_t time = zoflvd_kf_time(p);
             std::memcpy(out, &unused, sizeof unused);
-            std::memcpy(out + table_time_at, &time, sizeof time);
-            out += table_entry_size;
+            std::memcpy(out + offsetof(ZOFLVD_IDX_ENTRY, time), &time, sizeof time);
+            out += sizeof(ZOFLVD_IDX_ENTRY);
             ++written;
         }
     }
@@ -917,7 +914,7 @@ int zoflvds_get_idx_table(ZOFLVDS* s, void* buf, int buf_size, int* out_size, in
     if (count == 0 || s->sh.strm_type != ZOFLV_TAG_VIDEO)
         return zoflvd_fail(3004, ZOFLV_ERR_UNSUPPORTED);
     // A metadata tag holds fewer than 2^21 array elements: the size fits.
-    const int size = static_cast<int>(count) * table_entry_size;
+    const int size = static_cast<int>(count) * static_cast<int>(sizeof(ZOFLVD_IDX_ENTRY));
     if (out_size)
         *out_size = size;
     if (out_cnt)
@@ -954,11 +951,6 @@ int zoflvd_get_idx_table(ZOFLVD* h, int strm_indx, void* buf, int buf_size, int*
 // ==================================================================== Seek
 
 namespace {
-
-constexpr int mode_previous = 0;
-constexpr int mode_next = 1;
-constexpr int mode_back = 2; // as mode_previous, or without a time from the current tag
-constexpr int mode_closest = 3;
 
 constexpr int window_size = 2048; // bytes looked at at once when tags are searched in the bytes
 
@@ -1140,7 +1132,7 @@ bool has_overshot(const ZOFLVD_CRAWL& crawl, int64_t target, int mode)
     constexpr int64_t tolerance = 1000000; // 0.1 s
 
     const int64_t time = crawl.cur.timestamp;
-    if (mode == mode_previous)
+    if (mode == ZOFLV_SEEK_PREVIOUS)
         return time > crawl.saved.timestamp && time - tolerance > target;
     return time < crawl.saved.timestamp && time - tolerance < target;
 }
@@ -1177,7 +1169,7 @@ int crawl_to_time(ZOFLVDS* s, const ZOFLVD_TAG& start, int64_t target, int mode,
         if (crawl->cur.type == s->sh.strm_type && ++walked > max_walked)
             return ZOFLV_ERR_FAIL;
         if (!turned && has_overshot(*crawl, target, mode)) {
-            const int rc = mode == mode_previous
+            const int rc = mode == ZOFLV_SEEK_PREVIOUS
                                ? zoflvd_crawl_init_reverse(crawl, &start, &target, s)
                                : zoflvd_crawl_init_reverse_forw(crawl, &start, &target, s);
             if (rc != ZOFLV_OK)
@@ -1195,10 +1187,10 @@ int seek_from_current(ZOFLVDS* s, int64_t* out_time, int mode)
 {
     const ZOFLVD_TAG& cur = s->cur_tag;
     // No tag was read yet, or the stream has ended: a forward step would take a frame for a header.
-    if (cur.pos == 0 || (mode == mode_next && cur.type != s->sh.strm_type))
+    if (cur.pos == 0 || (mode == ZOFLV_SEEK_NEXT && cur.type != s->sh.strm_type))
         return ZOFLV_EOF;
     ZOFLVD_CRAWL crawl;
-    if (zoflvd_crawl_init_keyfrm(&crawl, &cur, s, mode == mode_next ? 1 : 0) != ZOFLV_OK)
+    if (zoflvd_crawl_init_keyfrm(&crawl, &cur, s, mode == ZOFLV_SEEK_NEXT ? 1 : 0) != ZOFLV_OK)
         return zoflvd_fail(3207, ZOFLV_EOF);
     int found = 0;
     while (found == 0) {
@@ -1214,11 +1206,13 @@ int seek_closest(ZOFLVDS* s, int64_t time, int64_t* out_time)
 {
     int64_t prev_time = 0;
     int64_t prev_pos = 0;
-    const bool has_prev = zoflvds_seek_bytestream(s, &time, &prev_time, mode_previous) == ZOFLV_OK;
+    const bool has_prev =
+        zoflvds_seek_bytestream(s, &time, &prev_time, ZOFLV_SEEK_PREVIOUS) == ZOFLV_OK;
     if (has_prev && zoflv_file_getpos(&s->mfal, s->fh, &prev_pos) != 0)
         return zoflvd_fail(3208, ZOFLV_ERR_FILEIO);
     int64_t next_time = 0;
-    const bool has_next = zoflvds_seek_bytestream(s, &time, &next_time, mode_next) == ZOFLV_OK;
+    const bool has_next =
+        zoflvds_seek_bytestream(s, &time, &next_time, ZOFLV_SEEK_NEXT) == ZOFLV_OK;
     if (!has_prev && !has_next)
         return ZOFLV_ERR_FORMAT;
     const bool take_next =
@@ -1232,7 +1226,7 @@ int seek_closest(ZOFLVDS* s, int64_t time, int64_t* out_time)
 
 int seek_without_index(ZOFLVDS* s, int64_t time, int64_t* out_time, int mode)
 {
-    if (mode == mode_closest)
+    if (mode == ZOFLV_SEEK_CLOSEST)
         return seek_closest(s, time, out_time);
     return zoflvds_seek_bytestream(s, &time, out_time, mode) == ZOFLV_OK ? ZOFLV_OK
                                                                          : ZOFLV_ERR_FORMAT;
@@ -1341,7 +1335,7 @@ int search_near(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
         if (rc != ZOFLV_EOF)
             return rc;
     }
-    if (zoflvds_seek_bytestream(s, &seek.time, out_time, mode_previous) != ZOFLV_OK)
+    if (zoflvds_seek_bytestream(s, &seek.time, out_time, ZOFLV_SEEK_PREVIOUS) != ZOFLV_OK)
         return keytag_error();
     return ZOFLV_OK;
 }
@@ -1368,12 +1362,12 @@ int seek_with_index(ZOFLVDS* s, int64_t time, int64_t* out_time, int mode)
     if (!entry)
         return zoflvd_log_error("zoflvd_mblk_elem_find() failed", ZOFLV_ERR_FORMAT);
     IndexSeek seek = {time, entry_of(entry), false};
-    if (mode == mode_next || mode == mode_closest) {
+    if (mode == ZOFLV_SEEK_NEXT || mode == ZOFLV_SEEK_CLOSEST) {
         const void* next = next_entry(s->idx, entry);
-        if (mode == mode_next && !next)
+        if (mode == ZOFLV_SEEK_NEXT && !next)
             return ZOFLV_EOF;
-        if (next && (mode == mode_next || zoflv_sub_sat(zoflvd_kf_time(next), time) <
-                                              zoflv_sub_sat(time, seek.entry.time))) {
+        if (next && (mode == ZOFLV_SEEK_NEXT || zoflv_sub_sat(zoflvd_kf_time(next), time) <
+                                                    zoflv_sub_sat(time, seek.entry.time))) {
             seek.entry = entry_of(next);
             seek.stepped = true;
         }
@@ -1387,14 +1381,14 @@ int zoflvds_seek(ZOFLVDS* s, const int64_t* time, int64_t* out_time, int mode)
 {
     if (!zoflvds_is_valid(s))
         return ZOFLV_ERR_FAIL;
-    if (mode < mode_previous || mode > mode_closest)
+    if (mode < ZOFLV_SEEK_PREVIOUS || mode > ZOFLV_SEEK_CLOSEST)
         return zoflvd_fail(3305);
     // Whatever comes of it, the next read begins with the tag at the file's position.
     s->cur_tag.found = 0;
     s->next_tag.found = 0;
     s->fetch_tag = 1;
     if (!time) {
-        if (mode != mode_next && mode != mode_back)
+        if (mode != ZOFLV_SEEK_NEXT && mode != ZOFLV_SEEK_BACK)
             return zoflvd_log_error("zoflvds_seek(): invalid mode arg");
         return seek_from_current(s, out_time, mode);
     }

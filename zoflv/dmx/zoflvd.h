@@ -10,6 +10,7 @@
 
 #include "zoflv/dmx/zocmn_mfal.h"
 #include "zoflv/dmx/zoflv_err.h"
+#include "zoflv/dmx/zoflv_types.h"
 
 #include <cstdint>
 
@@ -18,9 +19,6 @@
 
 struct ZOFLVD;  ///< demuxer handle, one per file
 struct ZOFLVDS; ///< stream handle, one per stream being read
-
-/// 100-ns units in a second.
-constexpr int64_t ZOFLV_TICKS_PER_SECOND = 10000000;
 
 /// Streams in a file at most: one audio, one video.
 constexpr int ZOFLV_MAX_STREAMS = 2;
@@ -37,8 +35,8 @@ struct ZOFLVD_INFO {
     int32_t strm_cnt;
     int32_t aud_cnt;
     int32_t vid_cnt;
-    int32_t strm_type[ZOFLV_MAX_STREAMS]; ///< FLV tag type per stream: 8 audio, 9 video
-    uint32_t codec[ZOFLV_MAX_STREAMS];    ///< codec code per stream
+    int32_t strm_type[ZOFLV_MAX_STREAMS]; ///< ZOFLV_TAG_AUDIO or ZOFLV_TAG_VIDEO per stream
+    uint32_t codec[ZOFLV_MAX_STREAMS];    ///< ZOFLV_FOURCC_... per stream
     int64_t duration;                     ///< 100-ns units, 0 when unknown
     int32_t seekable;                     ///< always 1
     int32_t region_cnt;                   ///< entries used in `region`
@@ -100,9 +98,8 @@ int zoflvd_get_info_aud(ZOFLVD* h, int strm_indx, ZOFLVD_INFO_AUD* out);
 int zoflvd_get_format(ZOFLVD* h, int strm_indx, void* buf, int* size);
 int zoflvds_get_format(ZOFLVDS* s, void* buf, int* size);
 
-/// A stream's keyframe index as a table of 16-byte entries: 32 bits 0, 4 bytes left as they are,
-/// the time (signed 64-bit, host order, 100-ns units). Built from the metadata alone.
-/// @param buf       receives the entries; null: only the sizes are given
+/// A stream's keyframe index as a table. Built from the metadata alone.
+/// @param buf       receives ZOFLVD_IDX_ENTRY records, at any address; null: only the sizes are given
 /// @param buf_size  bytes at `buf`
 /// @param out_size  receives the bytes needed; may be null
 /// @param out_cnt   receives the number of entries; may be null
@@ -152,11 +149,9 @@ int zoflvds_get_frm_finalyze(ZOFLVDS* s, int frm_len, int64_t* next_time);
 /// one with a bad mode ends a pending length query; after a failed one the next read goes on from
 /// wherever the search stopped.
 /// @param time      100-ns units; 0: the first frame, whatever the mode; null: from the current
-///                  frame, modes 1 and 2 only
+///                  frame, ZOFLV_SEEK_NEXT and ZOFLV_SEEK_BACK only
 /// @param out_time  receives the keyframe's time; may be null
-/// @param mode      0 the keyframe at or before the time; 1 the first behind it (without an index:
-///                  at or behind it); 2 as 0, or without a time the one before the current frame; 3
-///                  the closest, the earlier of two
+/// @param mode      ZOFLV_SEEK_...
 /// @return 0; 1 no keyframe in that direction, and every failure without a time; -1 wrong handle or
 ///         mode; -3 the keyframe could not be found or confirmed; -6 the file could not be
 ///         positioned

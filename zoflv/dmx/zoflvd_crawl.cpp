@@ -312,13 +312,11 @@ int init_time(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* targe
 int zoflvd_crawl_init_seek(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* target,
                            ZOFLVDS* strm, int mode)
 {
-    constexpr int mode_next = 1;
-
     if (start->timestamp < *target)
         return init_time(crawl, start, target, strm,
-                         mode == mode_next ? vid_next_forw : vid_prev_forw, aud_forw);
+                         mode == ZOFLV_SEEK_NEXT ? vid_next_forw : vid_prev_forw, aud_forw);
     return init_time(crawl, start, target, strm,
-                     mode == mode_next ? vid_next_backw : vid_prev_backw, aud_backw);
+                     mode == ZOFLV_SEEK_NEXT ? vid_next_backw : vid_prev_backw, aud_backw);
 }
 
 int zoflvd_crawl_init_reverse(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* target,

@@ -39,8 +39,8 @@ struct ZOFLVD_CRAWL {
 };
 
 /// Searches from `start` to a time: forward when the tag's time is below it, else backward.
-/// @param mode  1: video's first keyframe at or behind the time; others: the last one at or before
-///              it
+/// @param mode  ZOFLV_SEEK_NEXT: video's first keyframe at or after the time; others: the last one
+///              at or before it
 /// @return 0, or -1 when the stream is neither audio nor video
 int zoflvd_crawl_init_seek(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* target,
                            ZOFLVDS* strm, int mode);

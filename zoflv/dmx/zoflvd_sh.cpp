@@ -505,13 +505,8 @@ int32_t sh_audio_aac(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
 
 // By CodecID; higher ones are passed over.
 constexpr uint32_t video_fourcc[] = {
-    zoflv_fourcc("unkn"), zoflv_fourcc("jpeg"),
-    zoflv_fourcc("FLV1"), // Sorenson H.263
-    zoflv_fourcc("scrn"), // screen video
-    zoflv_fourcc("vp6 "),
-    zoflv_fourcc("vp6a"), // VP6 with alpha
-    zoflv_fourcc("scr2"), // screen video 2
-    ZOFLV_FOURCC_H264,    // AVC
+    ZOFLV_FOURCC_UNKNOWN, ZOFLV_FOURCC_JPEG,      ZOFLV_FOURCC_H263,     ZOFLV_FOURCC_SCREEN,
+    ZOFLV_FOURCC_VP6,     ZOFLV_FOURCC_VP6_ALPHA, ZOFLV_FOURCC_SCREEN_2, ZOFLV_FOURCC_H264,
 };
 constexpr Handler sh_video_handlr[] = {
     sh_handlr_common, sh_handlr_common, sh_video_h263, sh_video_scrn,
@@ -520,27 +515,24 @@ constexpr Handler sh_video_handlr[] = {
 static_assert(std::size(video_fourcc) == 8, "CodecID 0 to 7");
 static_assert(std::size(sh_video_handlr) == std::size(video_fourcc), "one handler per code");
 
-constexpr uint32_t fourcc_nelly_16k = zoflv_fourcc("nm16");
-constexpr uint32_t fourcc_nelly_8k = zoflv_fourcc("nm8,");
-
 // By SoundFormat.
 constexpr uint32_t audio_fourcc[16] = {
-    zoflv_fourcc("lpcm"), // PCM in the encoder's byte order
-    zoflv_fourcc("apcm"), // ADPCM
+    ZOFLV_FOURCC_PCM,
+    ZOFLV_FOURCC_ADPCM,
     ZOFLV_FOURCC_MPEG_AUDIO,
-    zoflv_fourcc("llpc"), // little-endian PCM
-    fourcc_nelly_16k,
-    fourcc_nelly_8k,
-    zoflv_fourcc("nm  "),
-    zoflv_fourcc("alaw"),
-    zoflv_fourcc("mlaw"),
+    ZOFLV_FOURCC_PCM_LE,
+    ZOFLV_FOURCC_NELLY_16K,
+    ZOFLV_FOURCC_NELLY_8K,
+    ZOFLV_FOURCC_NELLY,
+    ZOFLV_FOURCC_ALAW,
+    ZOFLV_FOURCC_MULAW,
     0,
     ZOFLV_FOURCC_AAC,
-    zoflv_fourcc("spx,"),
+    ZOFLV_FOURCC_SPEEX,
     0,
     0,
     ZOFLV_FOURCC_MPEG_AUDIO, // at 8 kHz
-    zoflv_fourcc("dvsp"),    // device-specific
+    ZOFLV_FOURCC_DEVICE,
 };
 // 14 and 15 have none: such a stream fails.
 constexpr Handler sh_audio_handlr[] = {
@@ -555,9 +547,9 @@ constexpr int32_t sound_rates[4] = {5000, 11000, 22000, 44000};
 
 int32_t audio_rate(uint32_t fourcc, uint32_t sound_rate)
 {
-    if (fourcc == fourcc_nelly_16k)
+    if (fourcc == ZOFLV_FOURCC_NELLY_16K)
         return 16000;
-    if (fourcc == fourcc_nelly_8k)
+    if (fourcc == ZOFLV_FOURCC_NELLY_8K)
         return 8000;
     return sound_rates[sound_rate];
 }

@@ -4,29 +4,12 @@
 #pragma once
 
 #include "zoflv/dmx/zocmn_mfal.h"
+#include "zoflv/dmx/zoflv_types.h"
 #include "zoflv/dmx/zoflvd_rdbuf.h"
 
 #include <cstdint>
 
 struct ZOFLVD;
-
-/// A codec code: four characters whose bytes stand in memory order on every host.
-constexpr uint32_t zoflv_fourcc(const char (&code)[5])
-{
-#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-    constexpr int at[] = {24, 16, 8, 0};
-#else
-    constexpr int at[] = {0, 8, 16, 24};
-#endif
-    uint32_t value = 0;
-    for (int i = 0; i < 4; ++i)
-        value |= uint32_t{static_cast<unsigned char>(code[i])} << at[i];
-    return value;
-}
-
-constexpr uint32_t ZOFLV_FOURCC_H264 = zoflv_fourcc("h264");
-constexpr uint32_t ZOFLV_FOURCC_MPEG_AUDIO = 0x55; ///< WAVE format tag of MPEG layer 3 audio
-constexpr uint32_t ZOFLV_FOURCC_AAC = 0xFF;        ///< WAVE format tag of AAC
 
 /// One stream's header record, all zero but `strm_type` before zoflvd_sh_init(). The first nine
 /// fields are laid out as ZOFLVD_INFO_VID and ZOFLVD_INFO_AUD; slots with two names serve video

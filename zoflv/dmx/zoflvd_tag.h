@@ -4,24 +4,15 @@
 #pragma once
 
 #include "zoflv/dmx/zocmn_mfal.h"
+#include "zoflv/dmx/zoflv_types.h"
 
 #include <cstdint>
-
-/// TagType values.
-enum : int {
-    ZOFLV_TAG_AUDIO = 8,
-    ZOFLV_TAG_VIDEO = 9,
-    ZOFLV_TAG_SCRIPT = 18,
-};
 
 enum : int {
     ZOFLV_TAG_HEADER = 11,   ///< bytes of a tag header
     ZOFLV_PREV_TAG_SIZE = 4, ///< bytes of the PreviousTagSize field behind the data
     ZOFLV_TAG_OVERHEAD = 15, ///< bytes of a tag besides its data: both of the above
 };
-
-/// 100-ns units in a millisecond, the unit of a tag's time.
-constexpr int64_t ZOFLV_TICKS_PER_MS = 10000;
 
 /// A parsed tag header.
 struct ZOFLVD_TAG {
