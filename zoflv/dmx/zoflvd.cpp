@@ -343,8 +343,6 @@ int zoflvd_tag_next(const _ZOCMN_MFAL* mfal, void* fh, const int64_t* start, int
 
 namespace {
 
-int build_index(const ZOFLVD* h, ZOFLVDS* s);
-
 void stream_release(ZOFLVDS* s)
 {
     zoflvd_mblk_dtor(&s->idx);
@@ -385,7 +383,7 @@ int stream_fill(ZOFLVDS* s, ZOFLVD* h, int strm_indx)
     s->fh = s->mfal.open(&s->mfal, sh.strm_type == ZOFLV_TAG_VIDEO ? mode_video : mode_audio);
     if (!s->fh)
         return ZOFLV_ERR_FILEIO;
-    int rc = build_index(h, s);
+    int rc = zoflvd_kf_build(&h->metadata, &s->mfal, s->fh, &s->idx);
     if (rc != ZOFLV_OK) {
         zoflvd_log_warning("keyframe cache from metadata: failed");
         return rc;
@@ -789,11 +787,11 @@ ZOFLVD_KF entry_of(const void* entry)
 
 // Tells whether a tag stands at the first keyframe's offset, or at least its type. 0, or a code to
 // end the open with; `*usable` 0: no index.
-int check_first_position(const ZOFLVDS* s, double first, bool* usable)
+int check_first_position(const _ZOCMN_MFAL* mfal, void* fh, double first, bool* usable)
 {
     *usable = false;
     int64_t back = 0;
-    if (zoflv_file_getpos(&s->mfal, s->fh, &back) != 0) {
+    if (zoflv_file_getpos(mfal, fh, &back) != 0) {
         zoflvd_fail(3001);
         return ZOFLV_OK;
     }
@@ -802,14 +800,14 @@ int check_first_position(const ZOFLVDS* s, double first, bool* usable)
         zoflvd_log_error("1st position of idx talbe is invalid");
         return ZOFLV_OK;
     }
-    if (zoflv_file_setpos(&s->mfal, s->fh, pos) != 0) {
+    if (zoflv_file_setpos(mfal, fh, pos) != 0) {
         zoflvd_fail(3002);
         return ZOFLV_OK;
     }
     uint8_t type = 0;
-    if (!zoflv_file_read(&s->mfal, s->fh, &type, 1))
+    if (!zoflv_file_read(mfal, fh, &type, 1))
         return zoflvd_fail(3003, ZOFLV_ERR_FILEIO);
-    zoflv_file_setpos(&s->mfal, s->fh, back); // the open positions the file once more
+    zoflv_file_setpos(mfal, fh, back); // the open positions the file once more
     if (type != ZOFLV_TAG_AUDIO && type != ZOFLV_TAG_VIDEO && type != ZOFLV_TAG_SCRIPT) {
         zoflvd_log_warning("zoflv first tag_header type is invalid");
         return ZOFLV_OK;
@@ -838,52 +836,30 @@ int fill_index(const ZOFLVD_METADATA& md, int32_t count, ZOFLVD_MBLK* idx)
     return rc;
 }
 
-// Builds the stream's index from the metadata arrays; where that cannot be done it stays empty.
-// Returns 0, or a code to end the open with.
-int build_index(const ZOFLVD* h, ZOFLVDS* s)
+} // namespace
+
+int zoflvd_kf_build(const ZOFLVD_METADATA* md, const _ZOCMN_MFAL* mfal, void* fh, ZOFLVD_MBLK* idx)
 {
-    const ZOFLVD_METADATA& md = h->metadata;
-    if (!md.filepositions || !md.times)
+    if (!md->filepositions || !md->times)
         return ZOFLV_OK;
-    const int32_t count = md.filepositions_cnt < md.times_cnt ? md.filepositions_cnt : md.times_cnt;
+    const int32_t count =
+        md->filepositions_cnt < md->times_cnt ? md->filepositions_cnt : md->times_cnt;
     if (count == 0) {
-        zoflvd_mblk_ctor(&s->idx, sizeof(ZOFLVD_KF));
+        zoflvd_mblk_ctor(idx, sizeof(ZOFLVD_KF));
         return ZOFLV_OK;
     }
     bool usable = false;
-    int rc = check_first_position(s, md.filepositions[0], &usable);
+    int rc = check_first_position(mfal, fh, md->filepositions[0], &usable);
     if (rc != ZOFLV_OK)
         return rc;
     if (usable)
-        rc = fill_index(md, count, &s->idx);
+        rc = fill_index(*md, count, idx);
     if (!usable || rc != ZOFLV_OK) {
         zoflvd_log_error("zoflvd_kf_build_metadata() failed");
-        zoflvd_mblk_dtor(&s->idx);
+        zoflvd_mblk_dtor(idx);
     }
     return rc;
 }
-
-// Writes the table; returns the number of entries written.
-uint32_t write_table(const ZOFLVD_MBLK& idx, uint8_t* out)
-{
-    constexpr uint32_t unused = 0;
-
-    uint32_t written = 0;
-    const ZOFLVD_MBLK_NODE* node = idx.first;
-    for (uint32_t block = 0; node && block < idx.blk_cnt; ++block, node = node->next) {
-        const uint8_t* end = zoflvd_mblk_data_end(node, idx.elem_size);
-        for (const uint8_t* p = zoflvd_mblk_data(node); p != end; p += idx.elem_size) {
-            const int64_t time = zoflvd_kf_time(p);
-            std::memcpy(out, &unused, sizeof unused);
-            std::memcpy(out + offsetof(ZOFLVD_IDX_ENTRY, time), &time, sizeof time);
-            out += sizeof(ZOFLVD_IDX_ENTRY);
-            ++written;
-        }
-    }
-    return written;
-}
-
-} // namespace
 
 int zoflvd_kf_compare(const void* key, const void* entry, const void* node)
 {
@@ -906,6 +882,43 @@ int64_t zoflvd_kf_time(const void* entry)
     return entry_of(entry).time;
 }
 
+int zoflvd_kf_choose(const ZOFLVD_MBLK* idx, int64_t time, int mode, ZOFLVD_KF* chosen, bool* later)
+{
+    ZOFLVD_MBLK_POS pos = {};
+    const void* entry = zoflvd_mblk_elem_find(idx, &time, zoflvd_kf_compare, &pos);
+    if (!entry)
+        return zoflvd_log_error("zoflvd_mblk_elem_find() failed", ZOFLV_ERR_FORMAT);
+    *chosen = entry_of(entry);
+    *later = false;
+    if (mode != ZOFLV_SEEK_NEXT && mode != ZOFLV_SEEK_CLOSEST)
+        return ZOFLV_OK;
+    const void* next = zoflvd_mblk_elem_next(idx, &pos);
+    if (!next)
+        return mode == ZOFLV_SEEK_NEXT ? ZOFLV_EOF : ZOFLV_OK;
+    *later = mode == ZOFLV_SEEK_NEXT ||
+             zoflv_sub_sat(zoflvd_kf_time(next), time) < zoflv_sub_sat(time, chosen->time);
+    if (*later)
+        *chosen = entry_of(next);
+    return ZOFLV_OK;
+}
+
+uint32_t zoflvd_kf_table(const ZOFLVD_MBLK* idx, uint8_t* out)
+{
+    constexpr uint32_t zero = 0;
+
+    uint32_t written = 0;
+    ZOFLVD_MBLK_POS pos = {};
+    const void* entry = zoflvd_mblk_elem_first(idx, &pos);
+    for (; entry; entry = zoflvd_mblk_elem_next(idx, &pos)) {
+        const int64_t time = zoflvd_kf_time(entry);
+        std::memcpy(out, &zero, sizeof zero);
+        std::memcpy(out + offsetof(ZOFLVD_IDX_ENTRY, time), &time, sizeof time);
+        out += sizeof(ZOFLVD_IDX_ENTRY);
+        ++written;
+    }
+    return written;
+}
+
 int zoflvds_get_idx_table(ZOFLVDS* s, void* buf, int buf_size, int* out_size, int* out_cnt)
 {
     if (!zoflvds_is_valid(s))
@@ -923,7 +936,7 @@ int zoflvds_get_idx_table(ZOFLVDS* s, void* buf, int buf_size, int* out_size, in
         return ZOFLV_OK;
     if (buf_size < size)
         return ZOFLV_ERR_BUFSIZE;
-    if (write_table(s->idx, static_cast<uint8_t*>(buf)) != count)
+    if (zoflvd_kf_table(&s->idx, static_cast<uint8_t*>(buf)) != count)
         return zoflvd_fail(3005);
     return ZOFLV_OK;
 }
@@ -1234,28 +1247,11 @@ int seek_without_index(ZOFLVDS* s, int64_t time, int64_t* out_time, int mode)
 
 // ---- With an index
 
-// The entry behind `entry` in index order, or null.
-const void* next_entry(const ZOFLVD_MBLK& idx, const void* entry)
-{
-    const uintptr_t at = reinterpret_cast<uintptr_t>(entry);
-    for (const ZOFLVD_MBLK_NODE* node = idx.first; node; node = node->next) {
-        const uintptr_t first = reinterpret_cast<uintptr_t>(zoflvd_mblk_data(node));
-        const uintptr_t end =
-            reinterpret_cast<uintptr_t>(zoflvd_mblk_data_end(node, idx.elem_size));
-        if (at < first || at >= end)
-            continue;
-        if (at + idx.elem_size < end)
-            return static_cast<const uint8_t*>(entry) + idx.elem_size;
-        return node->next ? zoflvd_mblk_data(node->next) : nullptr;
-    }
-    return nullptr;
-}
-
 // A seek through the index once the entry is chosen.
 struct IndexSeek {
     int64_t time;    // asked for
     ZOFLVD_KF entry; // chosen
-    bool stepped;    // the entry is the one behind the time
+    bool later;      // the entry is the one after the time
 };
 
 int keytag_error()
@@ -1325,9 +1321,9 @@ int search_near(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
         if (!known && zoflvds_seek_bytestream_tag(&s->mfal, s->fh, window, start, s->sh.file_size,
                                                   &found) != ZOFLV_OK)
             return keytag_fail(3303);
-        if (seek.stepped && found.timestamp < seek.time)
+        if (seek.later && found.timestamp < seek.time)
             continue;
-        if (!seek.stepped && found.timestamp > seek.time)
+        if (!seek.later && found.timestamp > seek.time)
             break;
         const int rc = match_keytag(s, seek, found);
         if (rc == ZOFLV_OK)
@@ -1358,21 +1354,9 @@ int seek_to_entry(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
 
 int seek_with_index(ZOFLVDS* s, int64_t time, int64_t* out_time, int mode)
 {
-    const void* entry = zoflvd_mblk_elem_find(&s->idx, &time, zoflvd_kf_compare);
-    if (!entry)
-        return zoflvd_log_error("zoflvd_mblk_elem_find() failed", ZOFLV_ERR_FORMAT);
-    IndexSeek seek = {time, entry_of(entry), false};
-    if (mode == ZOFLV_SEEK_NEXT || mode == ZOFLV_SEEK_CLOSEST) {
-        const void* next = next_entry(s->idx, entry);
-        if (mode == ZOFLV_SEEK_NEXT && !next)
-            return ZOFLV_EOF;
-        if (next && (mode == ZOFLV_SEEK_NEXT || zoflv_sub_sat(zoflvd_kf_time(next), time) <
-                                                    zoflv_sub_sat(time, seek.entry.time))) {
-            seek.entry = entry_of(next);
-            seek.stepped = true;
-        }
-    }
-    return seek_to_entry(s, seek, out_time);
+    IndexSeek seek = {time, {}, false};
+    const int rc = zoflvd_kf_choose(&s->idx, time, mode, &seek.entry, &seek.later);
+    return rc == ZOFLV_OK ? seek_to_entry(s, seek, out_time) : rc;
 }
 
 } // namespace

@@ -123,12 +123,19 @@ int zoflvd_mblk_upd_meta(ZOFLVD_MBLK* list, ZOFLVD_MBLK_KEY key_of)
     return ZOFLV_OK;
 }
 
-const void* zoflvd_mblk_elem_find(const ZOFLVD_MBLK* list, const int64_t* key, ZOFLVD_MBLK_CMP cmp)
+const void* zoflvd_mblk_elem_find(const ZOFLVD_MBLK* list, const int64_t* key, ZOFLVD_MBLK_CMP cmp,
+                                  ZOFLVD_MBLK_POS* pos)
 {
     const ZOFLVD_MBLK_NODE* node = find_block(list, *key);
     if (!node)
         return nullptr;
-    return zoflvd_bsearch(zoflvd_mblk_data(node), node->cnt, list->elem_size, key, cmp, node);
+    const uint8_t* first = zoflvd_mblk_data(node);
+    const void* elem = zoflvd_bsearch(first, node->cnt, list->elem_size, key, cmp, node);
+    if (elem && pos) {
+        const size_t at = static_cast<size_t>(static_cast<const uint8_t*>(elem) - first);
+        *pos = {node, static_cast<uint32_t>(at / list->elem_size)};
+    }
+    return elem;
 }
 
 const void* zoflvd_bsearch(const void* base, uint32_t cnt, uint32_t size, const void* key,

@@ -36,7 +36,7 @@ struct ZOFLVD_MBLK {
 
 /// An iteration cursor.
 struct ZOFLVD_MBLK_POS {
-    ZOFLVD_MBLK_NODE* node;
+    const ZOFLVD_MBLK_NODE* node;
     uint32_t idx; ///< element in the block
 };
 
@@ -61,7 +61,9 @@ int zoflvd_mblk_elem_add(ZOFLVD_MBLK* list, const void* elem);
 int zoflvd_mblk_upd_meta(ZOFLVD_MBLK* list, ZOFLVD_MBLK_KEY key_of);
 
 /// Searches the sorted list for the element that matches `*key`. Null when there is none.
-const void* zoflvd_mblk_elem_find(const ZOFLVD_MBLK* list, const int64_t* key, ZOFLVD_MBLK_CMP cmp);
+/// @param pos  receives the cursor on the element found; may be null
+const void* zoflvd_mblk_elem_find(const ZOFLVD_MBLK* list, const int64_t* key, ZOFLVD_MBLK_CMP cmp,
+                                  ZOFLVD_MBLK_POS* pos = nullptr);
 
 /// Binary search over `cnt` elements of `size` bytes at `base`. Null when nothing matches.
 const void* zoflvd_bsearch(const void* base, uint32_t cnt, uint32_t size, const void* key,
