@@ -4,7 +4,7 @@
 #include "fuzz/fuzz.h"
 #include "fuzz/walk.h"
 #include "tests/support/mem_file.h"
-#include "zoflv/dmx/zoflvd_priv.h"
+#include "zoflv/dmx/zoflvd_sh.h"
 
 #include <algorithm>
 
@@ -61,17 +61,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const uint8_t type = data[0] & 1 ? 8 : 9;
     const size_t step = data[0] >> 1 ? data[0] >> 1 : size; // 0: one tag
     MemFile file(tags_of(type, step, data + 1, size - 1));
-    ZOFLVD h = {};
-    h.file_size = file.reported_size;
-    h.data_len = h.file_size;
-    h.sh[0].strm_type = type;
+    const ZOFLVD_METADATA metadata = {};
+    const int64_t file_size = file.reported_size;
+    const ZOFLVD_SH_FILE in = {0, 0, file_size, file_size, 0, &metadata};
+    ZOFLVD_SH sh = {};
+    sh.strm_type = type;
     uint32_t fourcc = 0;
     const int rc =
-        zoflvd_sh_init(&h.sh[0], file.mfal(), file.fh(), &h, 0, size % 2 ? &fourcc : nullptr);
+        zoflvd_sh_init(&sh, file.mfal(), file.fh(), &in, 0, size % 2 ? &fourcc : nullptr);
     WALK_CHECK(walk_is_one_of(rc, {0, -1}));
-    WALK_CHECK((h.sh[0].csd != nullptr) == (h.sh[0].csd_size > 0));
-    WALK_CHECK(rc == 0 || !h.sh[0].csd);
-    std::free(h.sh[0].csd);
+    WALK_CHECK((sh.csd != nullptr) == (sh.csd_size > 0));
+    WALK_CHECK(rc == 0 || !sh.csd);
+    std::free(sh.csd);
     check_record(data + 1, size - 1);
     return 0;
 }

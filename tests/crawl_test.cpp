@@ -31,8 +31,9 @@ struct Crawl : BareStrm {
         const int64_t target = target_ms * MS;
         const int64_t end = s.sh.data_start + s.sh.data_len;
         std::fill_n(reinterpret_cast<uint8_t*>(&c), sizeof c, uint8_t{0xEE});
-        return by == 'r'   ? zoflvd_crawl_init_reverse(&c, &start, &target, &s)
-               : by == 'f' ? zoflvd_crawl_init_reverse_forw(&c, &start, &target, &s)
+        const ZOFLVD_CRAWL_RANGE range = {&s.mfal, s.fh, s.sh.strm_type, s.sh.data_start, end};
+        return by == 'r'   ? zoflvd_crawl_init_reverse(&c, &start, &target, &range)
+               : by == 'f' ? zoflvd_crawl_init_reverse_forw(&c, &start, &target, &range)
                            : zoflvd_crawl_init_find_duration(&c, &s.mfal, s.fh, &start,
                                                              &s.sh.data_start, &end);
     }

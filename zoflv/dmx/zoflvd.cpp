@@ -124,9 +124,11 @@ void scan_streams(ZOFLVD* h, const ProbeFile& file)
 
 int settle_streams(ZOFLVD* h, const ProbeFile& file, ZOFLVD_INFO* info)
 {
+    const ZOFLVD_SH_FILE in = {h->first_tag_pos, h->data_start,    h->data_len,
+                               h->file_size,     h->info.duration, &h->metadata};
     for (int i = 0; i < h->strm_cnt; ++i) {
         uint32_t code = 0;
-        if (zoflvd_sh_init(&h->sh[i], file.mfal, file.fh, h, i, &code) != 0)
+        if (zoflvd_sh_init(&h->sh[i], file.mfal, file.fh, &in, i, &code) != 0)
             return ZOFLV_ERR_FORMAT;
         info->strm_type[i] = h->sh[i].strm_type;
         info->codec[i] = code;
@@ -1150,6 +1152,12 @@ bool has_overshot(const ZOFLVD_CRAWL& crawl, int64_t target, int mode)
     return time < crawl.saved.timestamp && time - tolerance < target;
 }
 
+ZOFLVD_CRAWL_RANGE crawl_range(const ZOFLVDS* s)
+{
+    const int64_t end = zoflv_add_sat(s->sh.data_start, s->sh.data_len);
+    return {&s->mfal, s->fh, s->sh.strm_type, s->sh.data_start, end};
+}
+
 int step(ZOFLVD_CRAWL* crawl)
 {
     return crawl->next(crawl) < 0 ? zoflvd_fail(3203) : ZOFLV_OK;
@@ -1171,7 +1179,8 @@ int crawl_to_time(ZOFLVDS* s, const ZOFLVD_TAG& start, int64_t target, int mode,
 {
     constexpr int max_walked = 30720; // tags of the stream, per direction
 
-    if (zoflvd_crawl_init_seek(crawl, &start, &target, s, mode) != ZOFLV_OK)
+    const ZOFLVD_CRAWL_RANGE range = crawl_range(s);
+    if (zoflvd_crawl_init_seek(crawl, &start, &target, &range, mode) != ZOFLV_OK)
         return zoflvd_fail(3205);
     bool turned = false;
     int walked = 0;
@@ -1183,8 +1192,8 @@ int crawl_to_time(ZOFLVDS* s, const ZOFLVD_TAG& start, int64_t target, int mode,
             return ZOFLV_ERR_FAIL;
         if (!turned && has_overshot(*crawl, target, mode)) {
             const int rc = mode == ZOFLV_SEEK_PREVIOUS
-                               ? zoflvd_crawl_init_reverse(crawl, &start, &target, s)
-                               : zoflvd_crawl_init_reverse_forw(crawl, &start, &target, s);
+                               ? zoflvd_crawl_init_reverse(crawl, &start, &target, &range)
+                               : zoflvd_crawl_init_reverse_forw(crawl, &start, &target, &range);
             if (rc != ZOFLV_OK)
                 return zoflvd_fail(3206);
             turned = true;
@@ -1202,8 +1211,9 @@ int seek_from_current(ZOFLVDS* s, int64_t* out_time, int mode)
     // No tag was read yet, or the stream has ended: a forward step would take a frame for a header.
     if (cur.pos == 0 || (mode == ZOFLV_SEEK_NEXT && cur.type != s->sh.strm_type))
         return ZOFLV_EOF;
+    const ZOFLVD_CRAWL_RANGE range = crawl_range(s);
     ZOFLVD_CRAWL crawl;
-    if (zoflvd_crawl_init_keyfrm(&crawl, &cur, s, mode == ZOFLV_SEEK_NEXT ? 1 : 0) != ZOFLV_OK)
+    if (zoflvd_crawl_init_keyfrm(&crawl, &cur, &range, mode == ZOFLV_SEEK_NEXT ? 1 : 0) != ZOFLV_OK)
         return zoflvd_fail(3207, ZOFLV_EOF);
     int found = 0;
     while (found == 0) {

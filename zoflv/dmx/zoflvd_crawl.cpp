@@ -2,9 +2,9 @@
 #include "zoflv/dmx/zoflvd_crawl.h"
 
 #include "zoflv/dmx/zoflv_conv.h"
+#include "zoflv/dmx/zoflv_err.h"
 #include "zoflv/dmx/zoflv_log.h"
 #include "zoflv/dmx/zoflv_num.h"
-#include "zoflv/dmx/zoflvd_priv.h"
 
 namespace {
 
@@ -281,24 +281,24 @@ void apply(ZOFLVD_CRAWL* crawl, const Rule& rule)
 }
 
 // What every search within a stream starts from.
-void init_stream(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const ZOFLVDS* strm)
+void init_stream(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const ZOFLVD_CRAWL_RANGE* range)
 {
     const ZOFLVD_TAG from = *start; // may stand in the record itself
     *crawl = ZOFLVD_CRAWL{};
-    crawl->mfal = &strm->mfal;
-    crawl->fh = strm->fh;
-    crawl->strm_type = strm->sh.strm_type;
-    crawl->pos_min = strm->sh.data_start;
-    crawl->pos_max = zoflv_add_sat(strm->sh.data_start, strm->sh.data_len);
+    crawl->mfal = range->mfal;
+    crawl->fh = range->fh;
+    crawl->strm_type = range->strm_type;
+    crawl->pos_min = range->pos_min;
+    crawl->pos_max = range->pos_max;
     crawl->cur = from;
 }
 
 // A search by time, with one rule for video and one for audio.
 int init_time(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* target,
-              const ZOFLVDS* strm, const Rule& video, const Rule& audio)
+              const ZOFLVD_CRAWL_RANGE* range, const Rule& video, const Rule& audio)
 {
     const int64_t time = *target; // may stand in the record itself, as the start tag
-    init_stream(crawl, start, strm);
+    init_stream(crawl, start, range);
     if (crawl->strm_type != ZOFLV_TAG_VIDEO && crawl->strm_type != ZOFLV_TAG_AUDIO)
         return fail(3006);
     crawl->saved = crawl->cur;
@@ -310,31 +310,31 @@ int init_time(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* targe
 } // namespace
 
 int zoflvd_crawl_init_seek(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* target,
-                           ZOFLVDS* strm, int mode)
+                           const ZOFLVD_CRAWL_RANGE* range, int mode)
 {
     if (start->timestamp < *target)
-        return init_time(crawl, start, target, strm,
+        return init_time(crawl, start, target, range,
                          mode == ZOFLV_SEEK_NEXT ? vid_next_forw : vid_prev_forw, aud_forw);
-    return init_time(crawl, start, target, strm,
+    return init_time(crawl, start, target, range,
                      mode == ZOFLV_SEEK_NEXT ? vid_next_backw : vid_prev_backw, aud_backw);
 }
 
 int zoflvd_crawl_init_reverse(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* target,
-                              ZOFLVDS* strm)
+                              const ZOFLVD_CRAWL_RANGE* range)
 {
-    return init_time(crawl, start, target, strm, vid_prev_backw, aud_backw);
+    return init_time(crawl, start, target, range, vid_prev_backw, aud_backw);
 }
 
 int zoflvd_crawl_init_reverse_forw(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start,
-                                   const int64_t* target, ZOFLVDS* strm)
+                                   const int64_t* target, const ZOFLVD_CRAWL_RANGE* range)
 {
-    return init_time(crawl, start, target, strm, vid_next_forw, aud_forw);
+    return init_time(crawl, start, target, range, vid_next_forw, aud_forw);
 }
 
-int zoflvd_crawl_init_keyfrm(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, ZOFLVDS* strm,
-                             int direction)
+int zoflvd_crawl_init_keyfrm(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start,
+                             const ZOFLVD_CRAWL_RANGE* range, int direction)
 {
-    init_stream(crawl, start, strm);
+    init_stream(crawl, start, range);
     apply(crawl, direction == 1 ? keyfrm_forw : keyfrm_backw);
     return ZOFLV_OK;
 }

@@ -12,7 +12,6 @@
 
 #include <cstdint>
 
-struct ZOFLVDS;
 struct ZOFLVD_CRAWL;
 
 using ZOFLVD_CRAWL_FN = int32_t (*)(ZOFLVD_CRAWL* crawl);
@@ -38,26 +37,35 @@ struct ZOFLVD_CRAWL {
     int64_t result;          ///< the time of the tag positioned on, 100-ns units
 };
 
+/// Where a search goes from tag to tag: a stream's share of its file.
+struct ZOFLVD_CRAWL_RANGE {
+    const _ZOCMN_MFAL* mfal; ///< borrowed, as `fh`, until the search is over
+    void* fh;
+    int32_t strm_type; ///< FLV tag type searched for
+    int64_t pos_min;   ///< no tag before this offset is visited
+    int64_t pos_max;   ///< no tag at or after this offset is visited
+};
+
 /// Searches from `start` to a time: forward when the tag's time is below it, else backward.
 /// @param mode  ZOFLV_SEEK_NEXT: video's first keyframe at or after the time; others: the last one
 ///              at or before it
 /// @return 0, or -1 when the stream is neither audio nor video
 int zoflvd_crawl_init_seek(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* target,
-                           ZOFLVDS* strm, int mode);
+                           const ZOFLVD_CRAWL_RANGE* range, int mode);
 
 /// Searches back from `start` for a keyframe at or before a time. 0 or -1 as above.
 int zoflvd_crawl_init_reverse(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* target,
-                              ZOFLVDS* strm);
+                              const ZOFLVD_CRAWL_RANGE* range);
 
 /// Searches forward from `start` for a keyframe at or behind a time (audio: the last tag before
 /// it). 0 or -1 as above.
 int zoflvd_crawl_init_reverse_forw(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start,
-                                   const int64_t* target, ZOFLVDS* strm);
+                                   const int64_t* target, const ZOFLVD_CRAWL_RANGE* range);
 
 /// Searches the stream's next keyframe behind `start` (direction 1) or the one before it (others).
 /// Always 0.
-int zoflvd_crawl_init_keyfrm(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, ZOFLVDS* strm,
-                             int direction);
+int zoflvd_crawl_init_keyfrm(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start,
+                             const ZOFLVD_CRAWL_RANGE* range, int direction);
 
 /// Searches the last tag before `*pos_max`, of whatever type, and its time. Always 0.
 int zoflvd_crawl_init_find_duration(ZOFLVD_CRAWL* crawl, const _ZOCMN_MFAL* mfal, void* fh,

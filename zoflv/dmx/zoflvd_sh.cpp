@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "zoflv/dmx/zoflvd_sh.h"
 
+#include "zoflv/dmx/zoflv_err.h"
 #include "zoflv/dmx/zoflv_log.h"
 #include "zoflv/dmx/zoflv_mem.h"
 #include "zoflv/dmx/zoflv_num.h"
 #include "zoflv/dmx/zoflvd_bs.h"
 #include "zoflv/dmx/zoflvd_h263.h"
-#include "zoflv/dmx/zoflvd_priv.h"
+#include "zoflv/dmx/zoflvd_tag.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -626,12 +627,12 @@ int search_video_header(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, int 
     return 0;
 }
 
-int sh_video(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOFLVD* dmx, int strm_indx,
-             const ZOFLVD_TAG& first)
+int sh_video(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOFLVD_SH_FILE* in,
+             int strm_indx, const ZOFLVD_TAG& first)
 {
     if (search_video_header(sh, mfal, file, strm_indx, first) != 0)
         return -1;
-    const ZOFLVD_METADATA& md = dmx->metadata;
+    const ZOFLVD_METADATA& md = *in->metadata;
     sh->frame_rate = zoflv_from_double<int32_t>(md.frame_rate);
     sh->frm_cnt = zoflv_from_double<int32_t>(md.duration * md.frame_rate);
     if (sh->frm_cnt >= 1) {
@@ -755,16 +756,16 @@ int sh_video_avc_dec_cfg(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, uint8_t* out, int32_t*
     return 0;
 }
 
-int zoflvd_sh_init(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOFLVD* dmx,
+int zoflvd_sh_init(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOFLVD_SH_FILE* in,
                    int strm_indx, uint32_t* fourcc_out)
 {
-    sh->data_start = dmx->data_start;
-    sh->data_len = dmx->data_len;
-    sh->file_size = dmx->file_size;
-    sh->duration = dmx->info.duration;
+    sh->data_start = in->data_start;
+    sh->data_len = in->data_len;
+    sh->file_size = in->file_size;
+    sh->duration = in->duration;
 
     ZOFLVD_TAG first = {};
-    if (zoflvd_tag_next(mfal, file, &dmx->first_tag_pos, sh->strm_type, max_tags, &dmx->file_size,
+    if (zoflvd_tag_next(mfal, file, &in->first_tag_pos, sh->strm_type, max_tags, &in->file_size,
                         &first) != ZOFLV_OK)
         return fail(3004);
     sh->first_tag_pos = first.pos;
@@ -772,7 +773,7 @@ int zoflvd_sh_init(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOF
         return init_audio(sh, mfal, file, strm_indx, fourcc_out, first);
     if (sh->strm_type != ZOFLV_TAG_VIDEO)
         return 0;
-    if (sh_video(sh, mfal, file, dmx, strm_indx, first) != 0)
+    if (sh_video(sh, mfal, file, in, strm_indx, first) != 0)
         return fail_stream(sh);
     finish(sh, fourcc_out);
     return 0;

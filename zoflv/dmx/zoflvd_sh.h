@@ -5,11 +5,10 @@
 
 #include "zoflv/dmx/zocmn_mfal.h"
 #include "zoflv/dmx/zoflv_types.h"
+#include "zoflv/dmx/zoflvd_metadata.h"
 #include "zoflv/dmx/zoflvd_rdbuf.h"
 
 #include <cstdint>
-
-struct ZOFLVD;
 
 /// One stream's header record, all zero but `strm_type` before zoflvd_sh_init(). The first nine
 /// fields are laid out as ZOFLVD_INFO_VID and ZOFLVD_INFO_AUD; slots with two names serve video
@@ -48,11 +47,21 @@ struct ZOFLVD_SH {
     int32_t h264_frm_len_size; ///< AVC: bytes of the length field before each NAL unit, 1 to 4
 };
 
-/// Finds the stream's first tag(s) and fills `sh` from them and from the metadata of `dmx`.
+/// What the readers are told of the file.
+struct ZOFLVD_SH_FILE {
+    int64_t first_tag_pos;           ///< file offset of the first tag
+    int64_t data_start;              ///< file offset of the first tag after the metadata
+    int64_t data_len;                ///< `file_size` - `data_start`
+    int64_t file_size;               ///< bytes
+    int64_t duration;                ///< of the file, 100-ns units, 0 while it is not known
+    const ZOFLVD_METADATA* metadata; ///< borrowed
+};
+
+/// Finds the stream's first tag(s) and fills `sh` from them and from what is known of the file.
 /// @param file        an open file of `mfal`; its position is left wherever the reading ended
 /// @param fourcc_out  receives the codec code on success; may be null
 /// @return 0 or -1; a failure leaves no `csd`
-int zoflvd_sh_init(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOFLVD* dmx,
+int zoflvd_sh_init(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOFLVD_SH_FILE* in,
                    int strm_indx, uint32_t* fourcc_out);
 
 /// Raises `max_frm_size` of an audio or video stream to `frm_size` bytes.
