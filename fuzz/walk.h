@@ -123,7 +123,6 @@ private:
             zoflvds_get_format(nullptr, nullptr, &size),
             zoflvds_get_idx_table(nullptr, nullptr, 0, &size, &size),
             zoflvds_get_frm(nullptr, nullptr, 0, &size, &time, &time),
-            zoflvds_get_frm_finalyze(nullptr, 0, &time),
             zoflvds_seek(nullptr, &time, &time, 0),
         };
         for (const int code : codes)

@@ -967,8 +967,6 @@ int zoflvd_get_idx_table(ZOFLVD* h, int strm_indx, void* buf, int buf_size, int*
 
 namespace {
 
-constexpr int window_size = 2048; // bytes looked at at once when tags are searched in the bytes
-
 // ---- Searching the bytes for a tag header
 
 // A sliding window over the file. Offsets below `scan_end` are looked at; a tag must end before
@@ -976,7 +974,7 @@ constexpr int window_size = 2048; // bytes looked at at once when tags are searc
 struct ByteScan {
     const _ZOCMN_MFAL* mfal;
     void* fh;
-    uint8_t* window; // window_size bytes, the caller's
+    uint8_t* window; // ZOFLVD_SCAN_WINDOW bytes, the caller's
     int64_t scan_end;
     int64_t limit;
     int64_t start;   // file offset of the window's first byte
@@ -1045,7 +1043,7 @@ bool fill_window(ByteScan* scan, int64_t pos)
     const int kept = scan->length < ZOFLV_TAG_HEADER ? scan->length : ZOFLV_TAG_HEADER - 1;
     std::memmove(scan->window, scan->window + (scan->length - kept), static_cast<size_t>(kept));
     const int64_t left = zoflv_sub_sat(scan->scan_end, pos);
-    const int64_t room = window_size - kept;
+    const int64_t room = ZOFLVD_SCAN_WINDOW - kept;
     const int64_t wanted = left < room ? left : room;
     if (wanted < 0 ||
         !zoflv_file_read(scan->mfal, scan->fh, scan->window + kept, static_cast<int>(wanted)))
@@ -1075,9 +1073,10 @@ int scan_windows(ByteScan* scan, int64_t start, ZOFLVD_TAG* tag)
     return ZOFLV_EOF;
 }
 
-// As zoflvds_seek_bytestream_tag(), looking at the bytes before `scan_end` only.
-int search_bytes(const _ZOCMN_MFAL* mfal, void* fh, uint8_t* buf, int64_t start, int64_t scan_end,
-                 int64_t limit, ZOFLVD_TAG* tag)
+} // namespace
+
+int zoflvd_scan_bytes(const _ZOCMN_MFAL* mfal, void* fh, uint8_t* buf, int64_t start,
+                      int64_t scan_end, int64_t limit, ZOFLVD_TAG* tag)
 {
     ByteScan scan = {mfal, fh, buf, scan_end < limit ? scan_end : limit, limit, start, 0, 0};
     const int rc = scan_windows(&scan, start, tag);
@@ -1089,7 +1088,15 @@ int search_bytes(const _ZOCMN_MFAL* mfal, void* fh, uint8_t* buf, int64_t start,
     return rc;
 }
 
+int zoflvds_seek_bytestream_tag(const _ZOCMN_MFAL* mfal, void* fh, uint8_t* buf, int64_t start,
+                                int64_t limit, ZOFLVD_TAG* tag)
+{
+    return zoflvd_scan_bytes(mfal, fh, buf, start, limit, limit, tag);
+}
+
 // ---- Without an index
+
+namespace {
 
 // target x data_len / duration, of a target within the duration. Times are divided by 1 ms first
 // where they allow it; where the product still does not fit, both are halved: it is an estimate.
@@ -1132,7 +1139,7 @@ int find_start_tag(ZOFLVDS* s, int64_t target, uint8_t* buf, ZOFLVD_TAG* tag)
             return zoflvd_fail(3201);
         // Behind `scan_end` lies what the round before has searched: if there is nothing new, its
         // tag stays.
-        const int rc = search_bytes(&s->mfal, s->fh, buf, est, scan_end, sh.file_size, tag);
+        const int rc = zoflvd_scan_bytes(&s->mfal, s->fh, buf, est, scan_end, sh.file_size, tag);
         if (rc == ZOFLV_ERR_FAIL || (rc == ZOFLV_EOF && scan_end == sh.file_size))
             return zoflvd_fail(3202);
         if (tag->pos <= sh.data_start || tag->timestamp < target || est == sh.data_start)
@@ -1315,8 +1322,8 @@ int search_near(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
     constexpr int rounds = 10;
     constexpr int64_t round_step = 100;
 
-    uint8_t window[window_size];
-    int64_t start = zoflv_sub_sat(seek.entry.pos, window_size);
+    uint8_t window[ZOFLVD_SCAN_WINDOW];
+    int64_t start = zoflv_sub_sat(seek.entry.pos, ZOFLVD_SCAN_WINDOW);
     if (start < 0)
         start = 0;
     ZOFLVD_TAG found = {};
@@ -1406,7 +1413,7 @@ int zoflvds_seek_bytestream(ZOFLVDS* s, const int64_t* time, int64_t* out_time, 
     int64_t pos = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
         return zoflvd_fail(3211);
-    const zoflv_block buf = zoflv_alloc(window_size);
+    const zoflv_block buf = zoflv_alloc(ZOFLVD_SCAN_WINDOW);
     if (!buf) {
         __android_log_print(ANDROID_LOG_ERROR, ZOFLVD_LOG_TAG, "malloc failed!, [%s: %d]",
                             ZOFLVD_SOURCE, 3212);
@@ -1423,10 +1430,4 @@ int zoflvds_seek_bytestream(ZOFLVDS* s, const int64_t* time, int64_t* out_time, 
     if (crawl_to_time(s, start, target, mode, &crawl) != ZOFLV_OK)
         return ZOFLV_ERR_FAIL;
     return land(&crawl, out_time);
-}
-
-int zoflvds_seek_bytestream_tag(const _ZOCMN_MFAL* mfal, void* fh, uint8_t* buf, int64_t start,
-                                int64_t limit, ZOFLVD_TAG* tag)
-{
-    return search_bytes(mfal, fh, buf, start, limit, limit, tag);
 }

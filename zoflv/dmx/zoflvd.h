@@ -140,11 +140,6 @@ int zoflvds_get_info_aud(ZOFLVDS* s, ZOFLVD_INFO_AUD* out);
 int zoflvds_get_frm(ZOFLVDS* s, uint8_t* buf, int buf_size, int* frm_len, int64_t* time,
                     int64_t* next_time);
 
-/// The look ahead that ends a frame read; called by zoflvds_get_frm() alone.
-/// @param frm_len  not used
-/// @return 0 whether or not a following tag was found; -1 when PreviousTagSize could not be read
-int zoflvds_get_frm_finalyze(ZOFLVDS* s, int frm_len, int64_t* next_time);
-
 /// Positions a stream so that its next frame is a keyframe chosen by time and mode. Every seek but
 /// one with a bad mode ends a pending length query; after a failed one the next read goes on from
 /// wherever the search stopped.

@@ -95,16 +95,27 @@ int zoflvd_kf_compare(const void* key, const void* entry, const void* node);
 /// An entry's time.
 int64_t zoflvd_kf_time(const void* entry);
 
+/// The look ahead that ends a frame read; called by zoflvds_get_frm() alone.
+/// @param frm_len  not used
+/// @return 0 whether or not a following tag was found; -1 when PreviousTagSize could not be read
+int zoflvds_get_frm_finalyze(ZOFLVDS* s, int frm_len, int64_t* next_time);
+
 /// The seek without an index, for modes 0 to 2 of zoflvds_seek(): estimates an offset from the
 /// time, goes back from there to a tag before it and crawls to the keyframe. 0 or -1.
 int zoflvds_seek_bytestream(ZOFLVDS* s, const int64_t* time, int64_t* out_time, int mode);
 
+constexpr int ZOFLVD_SCAN_WINDOW = 2048; ///< bytes looked at at once
+
 /// Scans the file, which the caller has positioned at `start`, for the first plausible tag header:
 /// a known TagType, StreamID 0, and behind the data a PreviousTagSize that fits.
-/// @param buf    scratch of 2048 bytes
+/// @param buf    scratch of ZOFLVD_SCAN_WINDOW bytes
 /// @param limit  the tag must end before this offset
 /// @param tag    receives `type`, `data_size`, `timestamp` (the milliseconds taken as signed) and
 ///               `pos`; untouched when nothing is found
 /// @return 0 with the file behind the tag's PreviousTagSize; 1 nothing found; -1 failure
 int zoflvds_seek_bytestream_tag(const _ZOCMN_MFAL* mfal, void* fh, uint8_t* buf, int64_t start,
                                 int64_t limit, ZOFLVD_TAG* tag);
+
+/// The same, looking for headers in the bytes before `scan_end` only.
+int zoflvd_scan_bytes(const _ZOCMN_MFAL* mfal, void* fh, uint8_t* buf, int64_t start,
+                      int64_t scan_end, int64_t limit, ZOFLVD_TAG* tag);
