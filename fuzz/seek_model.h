@@ -4,7 +4,7 @@
 #pragma once
 
 #include "tests/support/flv_builder.h"
-#include "zoflv/dmx/zoflvd_priv.h"
+#include "zoflv/dmx/zoflvd_sh.h"
 
 #include <algorithm>
 #include <optional>

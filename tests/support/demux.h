@@ -7,7 +7,10 @@
 #include "tests/support/heap_faults.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/mem_file.h"
+#include "zoflv/dmx/zoflvd_kf.h"
 #include "zoflv/dmx/zoflvd_priv.h"
+#include "zoflv/dmx/zoflvd_scan.h"
+#include "zoflv/dmx/zoflvds_priv.h"
 
 #include <algorithm>
 #include <map>
