@@ -16,21 +16,17 @@ constexpr Size sizes[8] = {
     {0, 0}, {0, 0}, {352, 288}, {176, 144}, {128, 96}, {320, 240}, {160, 120}, {0, 0},
 };
 
-bool read_bits(ZOFLVD_RDBUF* rb, int n, uint32_t* out)
-{
-    return zoflvd_rdbuf_bits(rb, n, out) == ZOFLV_OK;
-}
-
 bool read_size(ZOFLVD_RDBUF* rb, Size* size)
 {
     uint32_t code = 0;
-    if (!read_bits(rb, 3, &code)) // PictureSize
+    if (!zoflvd_rdbuf_get_bits(rb, 3, &code)) // PictureSize
         return false;
     *size = sizes[code];
     if (code > 1)
         return true;
     const int width_bits = code == 0 ? 8 : 16;
-    return read_bits(rb, width_bits, &size->width) && read_bits(rb, width_bits, &size->height);
+    return zoflvd_rdbuf_get_bits(rb, width_bits, &size->width) &&
+           zoflvd_rdbuf_get_bits(rb, width_bits, &size->height);
 }
 
 } // namespace
@@ -38,10 +34,10 @@ bool read_size(ZOFLVD_RDBUF* rb, Size* size)
 int zoflvd_h263_read(ZOFLVD_RDBUF* rb, ZOFLVD_H263_HDR* hdr)
 {
     uint32_t start_code = 0;
-    if (!read_bits(rb, 17, &start_code) || start_code != 1)
+    if (!zoflvd_rdbuf_get_bits(rb, 17, &start_code) || start_code != 1)
         return ZOFLV_ERR_FAIL;
     uint32_t version = 0;
-    if (!read_bits(rb, 5, &version))
+    if (!zoflvd_rdbuf_get_bits(rb, 5, &version))
         return ZOFLV_ERR_FAIL;
     if (version >= 2) {
         __android_log_print(ANDROID_LOG_WARN, "zoflvd_h263", "unsupported h.263 version %d",
@@ -49,18 +45,19 @@ int zoflvd_h263_read(ZOFLVD_RDBUF* rb, ZOFLVD_H263_HDR* hdr)
         return ZOFLV_ERR_FAIL;
     }
     Size size = {};
-    if (!read_bits(rb, 8, &hdr->temporal_ref) || !read_size(rb, &size) ||
-        !read_bits(rb, 2, &hdr->picture_type) || !read_bits(rb, 1, &hdr->deblocking) ||
-        !read_bits(rb, 5, &hdr->quantizer))
+    if (!zoflvd_rdbuf_get_bits(rb, 8, &hdr->temporal_ref) || !read_size(rb, &size) ||
+        !zoflvd_rdbuf_get_bits(rb, 2, &hdr->picture_type) ||
+        !zoflvd_rdbuf_get_bits(rb, 1, &hdr->deblocking) ||
+        !zoflvd_rdbuf_get_bits(rb, 5, &hdr->quantizer))
         return ZOFLV_ERR_FAIL;
     hdr->valid = 1;
     hdr->rsvd = 0;
 
     uint32_t extra = 0; // ExtraInformationFlag: another byte follows
-    if (!read_bits(rb, 1, &extra))
+    if (!zoflvd_rdbuf_get_bits(rb, 1, &extra))
         return ZOFLV_ERR_FAIL;
     while (extra) {
-        if (!read_bits(rb, 8, nullptr) || !read_bits(rb, 1, &extra))
+        if (!zoflvd_rdbuf_get_bits(rb, 8, nullptr) || !zoflvd_rdbuf_get_bits(rb, 1, &extra))
             return ZOFLV_ERR_FAIL;
     }
     hdr->width = size.width;

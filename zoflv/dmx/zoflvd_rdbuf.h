@@ -44,6 +44,12 @@ int zoflvd_rdbuf_byte(ZOFLVD_RDBUF* rb, uint8_t* out);
 /// The next `n` bits, 1 to 32, most significant first, right-aligned in `out`.
 int zoflvd_rdbuf_bits(ZOFLVD_RDBUF* rb, int n, uint32_t* out);
 
+/// The same; whether they were there.
+inline bool zoflvd_rdbuf_get_bits(ZOFLVD_RDBUF* rb, int n, uint32_t* out)
+{
+    return zoflvd_rdbuf_bits(rb, n, out) == 0;
+}
+
 int zoflvd_rdbuf_int16(ZOFLVD_RDBUF* rb, uint16_t* out);
 
 /// `out` is required: a null one gives -1.

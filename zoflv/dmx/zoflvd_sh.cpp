@@ -2,11 +2,11 @@
 #include "zoflv/dmx/zoflvd_sh.h"
 
 #include "zoflv/dmx/zoflv_err.h"
-#include "zoflv/dmx/zoflv_log.h"
 #include "zoflv/dmx/zoflv_mem.h"
 #include "zoflv/dmx/zoflv_num.h"
 #include "zoflv/dmx/zoflvd_bs.h"
 #include "zoflv/dmx/zoflvd_h263.h"
+#include "zoflv/dmx/zoflvd_sh_priv.h"
 #include "zoflv/dmx/zoflvd_tag.h"
 
 #include <cstdlib>
@@ -14,46 +14,32 @@
 #include <iterator>
 #include <utility>
 
-namespace {
+int32_t sh_format(ZOFLVD_SH* sh, const ZOFLVD_RDBUF* rb)
+{
+    const uint32_t rest = zoflvd_rdbuf_remained(rb);
+    if (rest == 0)
+        return ZOFLVD_SH_DONE;
+    zoflv_block csd = zoflvd_sh_alloc_csd(rest);
+    if (!csd) {
+        zoflvd_sh_release_csd(sh);
+        return -1;
+    }
+    std::memcpy(csd.get(), zoflvd_rdbuf_cur(rb), rest);
+    zoflvd_sh_store_csd(sh, std::move(csd), static_cast<int32_t>(rest));
+    return ZOFLVD_SH_DONE;
+}
 
-constexpr char tag_name[] = "zoflvd_sh";
+namespace {
 
 // Tags looked at for a stream's first tag, and again for its codec header: enough to pass a long
 // run of the other stream, few enough to open a file without such a tag quickly.
 constexpr int max_tags = 100;
 
-// Handler results. A video handler's 0 and 1 end the search for a header, all others ask for the
-// stream's next tag; an audio handler's 0 is success, all others fail the stream.
-enum : int32_t {
-    handler_ok = 0,
-    handler_stop = 1,
-    handler_again = -1,
-};
-
-int fail(int check)
-{
-    zoflv_log_assert(tag_name, "zoflv/dmx/zoflvd_sh", check);
-    return -1;
-}
-
-void log_error(const char* text)
-{
-    __android_log_print(ANDROID_LOG_ERROR, tag_name, "%s", text);
-}
-
-zoflv_block alloc_csd(uint32_t size)
-{
-    zoflv_block csd = zoflv_alloc(size);
-    if (!csd)
-        fail(3001);
-    return csd;
-}
-
 zoflv_block alloc_body(uint32_t size)
 {
     zoflv_block body = zoflv_alloc(size);
     if (!body)
-        fail(3002);
+        zoflvd_sh_fail(3002);
     return body;
 }
 
@@ -61,44 +47,11 @@ zoflv_block alloc_body(uint32_t size)
 int read_body(ZOFLVD_RDBUF* rb, uint8_t* block, uint32_t size, const _ZOCMN_MFAL* mfal, void* file)
 {
     if (zoflvd_rdbuf_init(rb, block, static_cast<int>(size), mfal, file, 1) != ZOFLV_OK)
-        return fail(3003);
+        return zoflvd_sh_fail(3003);
     return 0;
 }
 
-void release_csd(ZOFLVD_SH* sh)
-{
-    std::free(sh->csd);
-    sh->csd = nullptr;
-    sh->csd_size = 0;
-}
-
-void store_csd(ZOFLVD_SH* sh, zoflv_block csd, int32_t size)
-{
-    release_csd(sh);
-    sh->csd = csd.release();
-    sh->csd_size = size;
-}
-
-// The FLV CodecID or SoundFormat, the record, the tag's body behind its one-byte codec header.
-using Handler = int32_t (*)(uint32_t codec, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb);
-
 // ---- Codecs without a reader of their own
-
-// Keeps the unread rest of the buffer as codec-specific data; the read position does not move.
-int32_t sh_format(ZOFLVD_SH* sh, const ZOFLVD_RDBUF* rb)
-{
-    const uint32_t rest = zoflvd_rdbuf_remained(rb);
-    if (rest == 0)
-        return handler_ok;
-    zoflv_block csd = alloc_csd(rest);
-    if (!csd) {
-        release_csd(sh);
-        return -1;
-    }
-    std::memcpy(csd.get(), zoflvd_rdbuf_cur(rb), rest);
-    store_csd(sh, std::move(csd), static_cast<int32_t>(rest));
-    return handler_ok;
-}
 
 int32_t sh_handlr_common(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
 {
@@ -158,7 +111,7 @@ int skip_pic_order_cnt(ZOFLVD_BS* bs)
     zoflvd_bs_read_se(bs); // offset_for_top_to_bottom_field
     const int32_t cycle = static_cast<int32_t>(zoflvd_bs_read_ue(bs));
     if (cycle > max_cycle)
-        return fail(3111);
+        return zoflvd_sh_fail(3111);
     for (int32_t i = 0; i < cycle; ++i)
         zoflvd_bs_read_se(bs); // offset_for_ref_frame
     return 0;
@@ -171,7 +124,7 @@ int parse_sps(ZOFLVD_SH* sh, uint8_t* sps, int size)
     ZOFLVD_BS bs;
     zoflvd_bs_init(&bs, sps, size, 0);
     if (zoflvd_bs_read(&bs, 8) != 0x67) { // nal_ref_idc 3, nal_unit_type 7
-        log_error("h264 header parsing fail: first byte of sps packet should be 0x67!");
+        zoflvd_sh_log_error("h264 header parsing fail: first byte of sps packet should be 0x67!");
         return -1;
     }
     const uint32_t profile_idc = zoflvd_bs_read(&bs, 8);
@@ -196,7 +149,7 @@ int parse_sps(ZOFLVD_SH* sh, uint8_t* sps, int size)
     int64_t crop_y = 0;
     if (zoflvd_bs_read1(&bs)) { // frame_cropping_flag
         if (chroma_format_idc > 3)
-            return fail(3112);
+            return zoflvd_sh_fail(3112);
         const int64_t left = zoflvd_bs_read_ue(&bs);
         const int64_t right = zoflvd_bs_read_ue(&bs);
         const int64_t top = zoflvd_bs_read_ue(&bs);
@@ -207,7 +160,7 @@ int parse_sps(ZOFLVD_SH* sh, uint8_t* sps, int size)
     const int64_t width = width_mbs * 16 - crop_x;
     const int64_t height = fields * height_units * 16 - crop_y;
     if (width < 1 || height < 1 || width > INT32_MAX || height > INT32_MAX)
-        return fail(3113);
+        return zoflvd_sh_fail(3113);
     sh->width = static_cast<int32_t>(width);
     sh->height = static_cast<int32_t>(height);
     return 0;
@@ -225,16 +178,16 @@ int copy_parameter_set(ZOFLVD_RDBUF* rb, ParameterSets* sets, uint8_t** set, int
 {
     uint16_t raw = 0;
     if (zoflvd_rdbuf_int16(rb, &raw) != ZOFLV_OK) // parameterSetLength
-        return fail(3104);
+        return zoflvd_sh_fail(3104);
     const int length = static_cast<int16_t>(raw);
     if (length < 0)
-        return fail(3105);
+        return zoflvd_sh_fail(3105);
     if (sets->out) {
         std::memcpy(sets->out, start_code, sizeof start_code);
         sets->out += sizeof start_code;
     }
     if (zoflvd_rdbuf_read(rb, sets->out, length) != ZOFLV_OK)
-        return fail(3106);
+        return zoflvd_sh_fail(3106);
     *set = sets->out;
     *size = length;
     if (sets->out)
@@ -252,7 +205,7 @@ int copy_sps_list(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, int count, ParameterSets* set
         if (copy_parameter_set(rb, sets, &sps, &size) != 0)
             return -1;
         if (i == 0 && sps && parse_sps(sh, sps, size) != 0)
-            return fail(3107);
+            return zoflvd_sh_fail(3107);
     }
     return 0;
 }
@@ -268,65 +221,98 @@ int copy_pps_list(ZOFLVD_RDBUF* rb, int count, ParameterSets* sets)
     return 0;
 }
 
+} // namespace
+
+int sh_video_avc_dec_cfg(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, uint8_t* out, int32_t* csd_size,
+                         int32_t* body_len, int32_t* rec_len)
+{
+    constexpr int32_t head_size = 5;
+
+    // configurationVersion, AVCProfileIndication, profile_compatibility, AVCLevelIndication,
+    // lengthSizeMinusOne
+    uint8_t head[head_size];
+    if (zoflvd_rdbuf_read(rb, head, head_size) != ZOFLV_OK)
+        return zoflvd_sh_fail(3101);
+    sh->h264_frm_len_size = (head[4] & 3) + 1;
+
+    ParameterSets sets = {out, 0, 2}; // the two count bytes
+    uint8_t count = 0;
+    if (zoflvd_rdbuf_byte(rb, &count) != ZOFLV_OK) // numOfSequenceParameterSets, 5 bits
+        return zoflvd_sh_fail(3102);
+    if (copy_sps_list(sh, rb, count & 31, &sets) != 0)
+        return -1;
+    if (zoflvd_rdbuf_byte(rb, &count) != ZOFLV_OK) // numOfPictureParameterSets
+        return zoflvd_sh_fail(3103);
+    if (copy_pps_list(rb, count, &sets) != 0)
+        return -1;
+
+    if (csd_size)
+        *csd_size = sets.csd_size;
+    if (body_len)
+        *body_len = sets.record_bytes;
+    if (rec_len)
+        *rec_len = sets.record_bytes + head_size;
+    return 0;
+}
+
 int32_t sh_video_avc(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
 {
     uint8_t packet_type = 0;
     uint32_t composition_time = 0; // not used
     if (zoflvd_rdbuf_byte(rb, &packet_type) != ZOFLV_OK ||
         zoflvd_rdbuf_int24(rb, &composition_time) != ZOFLV_OK) {
-        fail(3108);
-        return handler_stop;
+        zoflvd_sh_fail(3108);
+        return ZOFLVD_SH_STOP;
     }
     if (packet_type == 1) // NAL units: the configuration may come in a later tag
-        return handler_again;
+        return ZOFLVD_SH_AGAIN;
     if (packet_type != 0)
-        return handler_stop;
+        return ZOFLVD_SH_STOP;
 
     int32_t size = 0;
     int32_t rec_len = 0;
     if (sh_video_avc_dec_cfg(sh, rb, nullptr, &size, nullptr, &rec_len) != 0) {
-        fail(3109);
-        return handler_stop;
+        zoflvd_sh_fail(3109);
+        return ZOFLVD_SH_STOP;
     }
     if (size < 1)
-        return handler_ok;
-    zoflv_block csd = alloc_csd(static_cast<uint32_t>(size));
+        return ZOFLVD_SH_DONE;
+    zoflv_block csd = zoflvd_sh_alloc_csd(static_cast<uint32_t>(size));
     if (!csd)
-        return handler_stop;
+        return ZOFLVD_SH_STOP;
     if (zoflvd_rdbuf_rewind(rb, rec_len) != ZOFLV_OK ||
         sh_video_avc_dec_cfg(sh, rb, csd.get(), &size, nullptr, &rec_len) != 0) {
-        fail(3110);
-        return handler_stop;
+        zoflvd_sh_fail(3110);
+        return ZOFLVD_SH_STOP;
     }
-    store_csd(sh, std::move(csd), size);
-    return handler_ok;
+    zoflvd_sh_store_csd(sh, std::move(csd), size);
+    return ZOFLVD_SH_DONE;
 }
 
 // ---- H.263, screen video, VP6: the picture size stands in each frame
 
-bool read_bits(ZOFLVD_RDBUF* rb, int n, uint32_t* out)
-{
-    return zoflvd_rdbuf_bits(rb, n, out) == ZOFLV_OK;
-}
+namespace {
 
 int32_t store_size(ZOFLVD_SH* sh, int32_t width, int32_t height)
 {
     if (width < 1 || height < 1)
-        return fail(3201);
+        return zoflvd_sh_fail(3201);
     sh->width = width;
     sh->height = height;
-    return handler_ok;
+    return ZOFLVD_SH_DONE;
 }
+
+} // namespace
 
 int32_t sh_video_h263(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
 {
     ZOFLVD_H263_HDR hdr = {};
     if (zoflvd_h263_read(rb, &hdr) != ZOFLV_OK)
-        return fail(3202);
+        return zoflvd_sh_fail(3202);
     // 0 x 0 is possible: the metadata's size is then taken.
     sh->width = static_cast<int32_t>(hdr.width);
     sh->height = static_cast<int32_t>(hdr.height);
-    return handler_ok;
+    return ZOFLVD_SH_DONE;
 }
 
 int32_t sh_video_scrn(uint32_t codec, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
@@ -338,9 +324,11 @@ int32_t sh_video_scrn(uint32_t codec, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
     uint32_t block_height = 0;
     uint32_t image_height = 0;
     if ((codec == screen_video_2 && zoflvd_rdbuf_byte(rb, nullptr) != ZOFLV_OK) ||
-        !read_bits(rb, 4, &block_width) || !read_bits(rb, 12, &image_width) ||
-        !read_bits(rb, 4, &block_height) || !read_bits(rb, 12, &image_height))
-        return fail(3203);
+        !zoflvd_rdbuf_get_bits(rb, 4, &block_width) ||
+        !zoflvd_rdbuf_get_bits(rb, 12, &image_width) ||
+        !zoflvd_rdbuf_get_bits(rb, 4, &block_height) ||
+        !zoflvd_rdbuf_get_bits(rb, 12, &image_height))
+        return zoflvd_sh_fail(3203);
     // The image and one block, whose size is 16 x (code + 1) pixels.
     return store_size(sh, static_cast<int32_t>(image_width + 16 * block_width + 16),
                       static_cast<int32_t>(image_height + 16 * block_height + 16));
@@ -354,32 +342,38 @@ int32_t sh_video_vp6(uint32_t codec, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
     uint32_t adjust_y = 0;
     uint32_t inter = 0;
     uint32_t marker = 0;
-    if (!read_bits(rb, 4, &adjust_x) || !read_bits(rb, 4, &adjust_y) ||
-        (codec == vp6_with_alpha && !read_bits(rb, 24, nullptr)) || // offset of the alpha data
-        !read_bits(rb, 1, &inter) || !read_bits(rb, 6, nullptr) ||  // quantizer
-        !read_bits(rb, 1, &marker))
-        return fail(3204);
+    if (!zoflvd_rdbuf_get_bits(rb, 4, &adjust_x) || !zoflvd_rdbuf_get_bits(rb, 4, &adjust_y) ||
+        (codec == vp6_with_alpha &&
+         !zoflvd_rdbuf_get_bits(rb, 24, nullptr)) || // offset of the alpha data
+        !zoflvd_rdbuf_get_bits(rb, 1, &inter) ||
+        !zoflvd_rdbuf_get_bits(rb, 6, nullptr) || // quantizer
+        !zoflvd_rdbuf_get_bits(rb, 1, &marker))
+        return zoflvd_sh_fail(3204);
     if (inter) {
-        log_error("zoflvd vp6: not an I-Frame, can't get width and height!");
-        return handler_again;
+        zoflvd_sh_log_error("zoflvd vp6: not an I-Frame, can't get width and height!");
+        return ZOFLVD_SH_AGAIN;
     }
     uint32_t profile = 0;
-    if (!read_bits(rb, 5, nullptr) || !read_bits(rb, 2, &profile) || // version
-        !read_bits(rb, 1, nullptr))                                  // interlaced
-        return fail(3205);
-    if ((marker == 1 || profile == 0) && !read_bits(rb, 16, nullptr)) // second partition's offset
-        return fail(3206);
+    if (!zoflvd_rdbuf_get_bits(rb, 5, nullptr) ||
+        !zoflvd_rdbuf_get_bits(rb, 2, &profile) || // version
+        !zoflvd_rdbuf_get_bits(rb, 1, nullptr))    // interlaced
+        return zoflvd_sh_fail(3205);
+    if ((marker == 1 || profile == 0) &&
+        !zoflvd_rdbuf_get_bits(rb, 16, nullptr)) // second partition's offset
+        return zoflvd_sh_fail(3206);
     uint8_t displayed_rows = 0; // of macroblocks; the encoded rows and columns come first
     uint8_t displayed_columns = 0;
     if (zoflvd_rdbuf_byte(rb, nullptr) != ZOFLV_OK || zoflvd_rdbuf_byte(rb, nullptr) != ZOFLV_OK ||
         zoflvd_rdbuf_byte(rb, &displayed_rows) != ZOFLV_OK ||
         zoflvd_rdbuf_byte(rb, &displayed_columns) != ZOFLV_OK)
-        return fail(3207);
+        return zoflvd_sh_fail(3207);
     return store_size(sh, displayed_columns * 16 - static_cast<int32_t>(adjust_x),
                       displayed_rows * 16 - static_cast<int32_t>(adjust_y));
 }
 
 // ---- MPEG audio (ISO/IEC 11172-3, ISO/IEC 13818-3) and AAC (ISO/IEC 14496-3)
+
+namespace {
 
 // kbit/s by bitrate_index for MPEG-1 and MPEG-2, whose rates MPEG-2.5 shares, and layers I to III.
 // 0: free format, 15: forbidden.
@@ -423,12 +417,14 @@ int find_mpeg_sync(ZOFLVD_RDBUF* rb)
     do {
         previous = byte;
         if (zoflvd_rdbuf_byte(rb, &byte) != ZOFLV_OK)
-            return fail(3301);
+            return zoflvd_sh_fail(3301);
     } while (previous != 0xFF || byte < 0xE0);
     if (zoflvd_rdbuf_rewind(rb, 2) != ZOFLV_OK)
-        return fail(3302);
+        return zoflvd_sh_fail(3302);
     return 0;
 }
+
+} // namespace
 
 int32_t sh_audio_mpeg(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
 {
@@ -440,32 +436,34 @@ int32_t sh_audio_mpeg(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
     if (find_mpeg_sync(rb) != 0)
         return -1;
     if (sh_format(sh, rb) != 0)
-        return fail(3303);
+        return zoflvd_sh_fail(3303);
     uint32_t syncword = 0;
-    if (!read_bits(rb, 11, &syncword))
-        return fail(3304);
+    if (!zoflvd_rdbuf_get_bits(rb, 11, &syncword))
+        return zoflvd_sh_fail(3304);
     if (syncword != 0x7FF)
         return -1;
     uint32_t version = 0;
-    if (!read_bits(rb, 2, &version) || version == version_reserved)
-        return fail(3305);
+    if (!zoflvd_rdbuf_get_bits(rb, 2, &version) || version == version_reserved)
+        return zoflvd_sh_fail(3305);
     uint32_t layer_bits = 0; // 3 layer I, 2 layer II, 1 layer III
-    if (!read_bits(rb, 2, &layer_bits) || layer_bits == layer_reserved)
-        return fail(3306);
+    if (!zoflvd_rdbuf_get_bits(rb, 2, &layer_bits) || layer_bits == layer_reserved)
+        return zoflvd_sh_fail(3306);
     uint32_t bitrate_index = 0;
-    if (!read_bits(rb, 1, nullptr) || !read_bits(rb, 4, &bitrate_index)) // protection_bit
-        return fail(3307);
+    if (!zoflvd_rdbuf_get_bits(rb, 1, nullptr) ||
+        !zoflvd_rdbuf_get_bits(rb, 4, &bitrate_index)) // protection_bit
+        return zoflvd_sh_fail(3307);
     sh->bit_rate =
         mpeg_kbps[version == version_mpeg1 ? 0 : 1][3 - layer_bits][bitrate_index] * 1000;
     uint32_t sampling_frequency = 0;
-    if (!read_bits(rb, 2, &sampling_frequency) || sampling_frequency == rate_reserved)
-        return fail(3308);
+    if (!zoflvd_rdbuf_get_bits(rb, 2, &sampling_frequency) || sampling_frequency == rate_reserved)
+        return zoflvd_sh_fail(3308);
     sh->sample_rate = mpeg_rates[version][sampling_frequency];
     uint32_t mode = 0;
-    if (!read_bits(rb, 2, nullptr) || !read_bits(rb, 2, &mode)) // padding_bit, private_bit
-        return fail(3309);
+    if (!zoflvd_rdbuf_get_bits(rb, 2, nullptr) ||
+        !zoflvd_rdbuf_get_bits(rb, 2, &mode)) // padding_bit, private_bit
+        return zoflvd_sh_fail(3309);
     sh->channels = mpeg_channels[mode];
-    return handler_ok;
+    return ZOFLVD_SH_DONE;
 }
 
 int32_t sh_audio_aac(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
@@ -475,41 +473,44 @@ int32_t sh_audio_aac(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
 
     uint8_t packet_type = 0;
     if (zoflvd_rdbuf_byte(rb, &packet_type) != ZOFLV_OK)
-        return fail(3401);
+        return zoflvd_sh_fail(3401);
     if (packet_type == 1) // a raw frame: what the FLV audio byte told stays
-        return handler_ok;
+        return ZOFLVD_SH_DONE;
     if (packet_type != 0)
-        return fail(3402);
-    release_csd(sh);
+        return zoflvd_sh_fail(3402);
+    zoflvd_sh_release_csd(sh);
     uint32_t object_type = 0;
-    if (!read_bits(rb, 5, &object_type) ||
-        (object_type == type_escape && !read_bits(rb, 6, nullptr))) // audioObjectTypeExt
-        return fail(3403);
+    if (!zoflvd_rdbuf_get_bits(rb, 5, &object_type) ||
+        (object_type == type_escape &&
+         !zoflvd_rdbuf_get_bits(rb, 6, nullptr))) // audioObjectTypeExt
+        return zoflvd_sh_fail(3403);
     uint32_t index = 0;
-    if (!read_bits(rb, 4, &index))
-        return fail(3404);
+    if (!zoflvd_rdbuf_get_bits(rb, 4, &index))
+        return zoflvd_sh_fail(3404);
     uint32_t rate = 0;
     if (index != rate_escape)
         sh->sample_rate = aac_rates[index];
-    else if (read_bits(rb, 24, &rate))
+    else if (zoflvd_rdbuf_get_bits(rb, 24, &rate))
         sh->sample_rate = static_cast<int32_t>(rate);
     else
-        return fail(3405);
+        return zoflvd_sh_fail(3405);
     uint32_t configuration = 0;
-    if (!read_bits(rb, 4, &configuration))
-        return fail(3406);
+    if (!zoflvd_rdbuf_get_bits(rb, 4, &configuration))
+        return zoflvd_sh_fail(3406);
     sh->channels = aac_channels[configuration];
-    return handler_ok;
+    return ZOFLVD_SH_DONE;
 }
 
 // ---- Dispatch by codec number
+
+namespace {
 
 // By CodecID; higher ones are passed over.
 constexpr uint32_t video_fourcc[] = {
     ZOFLV_FOURCC_UNKNOWN, ZOFLV_FOURCC_JPEG,      ZOFLV_FOURCC_H263,     ZOFLV_FOURCC_SCREEN,
     ZOFLV_FOURCC_VP6,     ZOFLV_FOURCC_VP6_ALPHA, ZOFLV_FOURCC_SCREEN_2, ZOFLV_FOURCC_H264,
 };
-constexpr Handler sh_video_handlr[] = {
+constexpr ZOFLVD_SH_HANDLER sh_video_handlr[] = {
     sh_handlr_common, sh_handlr_common, sh_video_h263, sh_video_scrn,
     sh_video_vp6,     sh_video_vp6,     sh_video_scrn, sh_video_avc,
 };
@@ -536,7 +537,7 @@ constexpr uint32_t audio_fourcc[16] = {
     ZOFLV_FOURCC_DEVICE,
 };
 // 14 and 15 have none: such a stream fails.
-constexpr Handler sh_audio_handlr[] = {
+constexpr ZOFLVD_SH_HANDLER sh_audio_handlr[] = {
     sh_handlr_common, sh_handlr_common, sh_audio_mpeg,    sh_handlr_common, sh_handlr_common,
     sh_handlr_common, sh_handlr_common, sh_handlr_common, sh_handlr_common, sh_handlr_common,
     sh_audio_aac,     sh_handlr_common, sh_audio_mpeg,    sh_handlr_common,
@@ -579,14 +580,15 @@ int32_t picture_size(const ZOFLVD_SH* sh)
 int32_t read_video_header(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, int strm_indx)
 {
     uint32_t codec = 0;
-    if (!read_bits(rb, 4, nullptr) || !read_bits(rb, 4, &codec)) { // FrameType, CodecID
-        fail(3501);
-        return handler_again;
+    if (!zoflvd_rdbuf_get_bits(rb, 4, nullptr) ||
+        !zoflvd_rdbuf_get_bits(rb, 4, &codec)) { // FrameType, CodecID
+        zoflvd_sh_fail(3501);
+        return ZOFLVD_SH_AGAIN;
     }
     sh->strm_indx = strm_indx;
     if (codec >= std::size(sh_video_handlr)) {
-        fail(3502);
-        return handler_again;
+        zoflvd_sh_fail(3502);
+        return ZOFLVD_SH_AGAIN;
     }
     sh->valid = 1;
     sh->fourcc = video_fourcc[codec];
@@ -616,11 +618,11 @@ int search_video_header(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, int 
             const int32_t result = read_video_header(sh, &rb, strm_indx);
             if (sh->fourcc == ZOFLV_FOURCC_H264)
                 start_behind(sh, tag);
-            if (result == handler_ok || result == handler_stop)
+            if (result == ZOFLVD_SH_DONE || result == ZOFLVD_SH_STOP)
                 return 0;
         }
         if (zoflv_file_skip(mfal, file, behind) != 0)
-            return fail(3503);
+            return zoflvd_sh_fail(3503);
         if (zoflvd_tag_read(mfal, file, &tag) != ZOFLV_OK)
             return 0;
     }
@@ -646,7 +648,7 @@ int sh_video(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOFLVD_SH
     sh->max_frm_size = picture_size(sh);
     const uint32_t product = picture_product(sh);
     if (product == 0 || product == 1 || product == 0xFFFFFFFF)
-        return fail(3504);
+        return zoflvd_sh_fail(3504);
     return 0;
 }
 
@@ -660,11 +662,12 @@ int read_audio_byte(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, AudioByte* byte)
 {
     uint32_t size = 0;
     uint32_t type = 0;
-    if (!read_bits(rb, 4, &byte->format) || !read_bits(rb, 2, &byte->rate) ||
-        !read_bits(rb, 1, &size) || !read_bits(rb, 1, &type)) { // SoundSize, SoundType
-        fail(3601);
-        log_error("sh_audio() failed");
-        return fail(3602);
+    if (!zoflvd_rdbuf_get_bits(rb, 4, &byte->format) ||
+        !zoflvd_rdbuf_get_bits(rb, 2, &byte->rate) || !zoflvd_rdbuf_get_bits(rb, 1, &size) ||
+        !zoflvd_rdbuf_get_bits(rb, 1, &type)) { // SoundSize, SoundType
+        zoflvd_sh_fail(3601);
+        zoflvd_sh_log_error("sh_audio() failed");
+        return zoflvd_sh_fail(3602);
     }
     sh->bits_per_sample = 8 + 8 * static_cast<int32_t>(size);
     sh->channels = type == 1 ? 2 : 1;
@@ -680,11 +683,11 @@ int sh_audio(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, int strm_indx, const ZOFLVD_TAG& t
     sh->fourcc = audio_fourcc[byte.format];
     sh->sample_rate = audio_rate(sh->fourcc, byte.rate);
     if (byte.format >= std::size(sh_audio_handlr)) {
-        fail(3603); // no handler
-        return fail(3604);
+        zoflvd_sh_fail(3603); // no handler
+        return zoflvd_sh_fail(3604);
     }
     if (sh_audio_handlr[byte.format](byte.format, sh, rb) != 0)
-        return fail(3605);
+        return zoflvd_sh_fail(3605);
     sh->valid = 1;
     sh->byte_rate = sh->bit_rate / 8;
     sh->max_frm_size = sh->bit_rate / 8;
@@ -695,8 +698,8 @@ int sh_audio(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, int strm_indx, const ZOFLVD_TAG& t
 
 int fail_stream(ZOFLVD_SH* sh)
 {
-    log_error("sh_init() failed");
-    release_csd(sh);
+    zoflvd_sh_log_error("sh_init() failed");
+    zoflvd_sh_release_csd(sh);
     return -1;
 }
 
@@ -724,38 +727,6 @@ int init_audio(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, int strm_indx
 
 } // namespace
 
-int sh_video_avc_dec_cfg(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, uint8_t* out, int32_t* csd_size,
-                         int32_t* body_len, int32_t* rec_len)
-{
-    constexpr int32_t head_size = 5;
-
-    // configurationVersion, AVCProfileIndication, profile_compatibility, AVCLevelIndication,
-    // lengthSizeMinusOne
-    uint8_t head[head_size];
-    if (zoflvd_rdbuf_read(rb, head, head_size) != ZOFLV_OK)
-        return fail(3101);
-    sh->h264_frm_len_size = (head[4] & 3) + 1;
-
-    ParameterSets sets = {out, 0, 2}; // the two count bytes
-    uint8_t count = 0;
-    if (zoflvd_rdbuf_byte(rb, &count) != ZOFLV_OK) // numOfSequenceParameterSets, 5 bits
-        return fail(3102);
-    if (copy_sps_list(sh, rb, count & 31, &sets) != 0)
-        return -1;
-    if (zoflvd_rdbuf_byte(rb, &count) != ZOFLV_OK) // numOfPictureParameterSets
-        return fail(3103);
-    if (copy_pps_list(rb, count, &sets) != 0)
-        return -1;
-
-    if (csd_size)
-        *csd_size = sets.csd_size;
-    if (body_len)
-        *body_len = sets.record_bytes;
-    if (rec_len)
-        *rec_len = sets.record_bytes + head_size;
-    return 0;
-}
-
 int zoflvd_sh_init(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOFLVD_SH_FILE* in,
                    int strm_indx, uint32_t* fourcc_out)
 {
@@ -767,7 +738,7 @@ int zoflvd_sh_init(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOF
     ZOFLVD_TAG first = {};
     if (zoflvd_tag_next(mfal, file, &in->first_tag_pos, sh->strm_type, max_tags, &in->file_size,
                         &first) != ZOFLV_OK)
-        return fail(3004);
+        return zoflvd_sh_fail(3004);
     sh->first_tag_pos = first.pos;
     if (sh->strm_type == ZOFLV_TAG_AUDIO)
         return init_audio(sh, mfal, file, strm_indx, fourcc_out, first);
