@@ -4,7 +4,7 @@
 #include "fuzz/fuzz.h"
 #include "fuzz/walk.h"
 #include "tests/support/mem_file.h"
-#include "zoflv/dmx/zoflvd_sh.h"
+#include "zoflv/dmx/zoflvd_avc.h"
 
 #include <algorithm>
 

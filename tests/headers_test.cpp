@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/demux.h"
+#include "zoflv/dmx/zoflvd_avc.h"
 
 namespace {
 

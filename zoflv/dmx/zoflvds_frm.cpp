@@ -4,6 +4,7 @@
 #include "zoflv/dmx/zoflv_conv.h"
 #include "zoflv/dmx/zoflv_mem.h"
 #include "zoflv/dmx/zoflv_num.h"
+#include "zoflv/dmx/zoflvd_avc.h"
 #include "zoflv/dmx/zoflvd_log.h"
 #include "zoflv/dmx/zoflvd_rdbuf.h"
 
