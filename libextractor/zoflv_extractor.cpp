@@ -26,14 +26,15 @@ namespace {
 
 constexpr char log_tag[] = "ZoFLVExtractor";
 
-// Results of the initialisation, and error types published with a track.
+// Results of the initialisation, and error types published with a track: two sets of names.
 enum : int {
     init_no_data = -1001,       // a stream's information or data could not be read
     track_unsupported = -1002,  // the codec, by the lists below or by the device
     track_unconfigured = -1003, // no video configuration
-    too_large_or_io = -1004, // track: picture beyond the limit; initialisation: file not readable
-    init_malformed = -1007,  // not a file of this kind, or without streams
-    init_invalid = -1010,    // an extractor that failed before
+    track_too_large = -1004,    // the picture, beyond the device's limit
+    init_io = -1004,            // the file could not be read
+    init_malformed = -1007,     // not a file of this kind, or without streams
+    init_invalid = -1010,       // an extractor that failed before
 };
 
 // Maximum input sizes in bytes, and the picture above which the largest is published.
@@ -60,9 +61,9 @@ constexpr uint32_t video_fourccs[] = {
     zoflv_fourcc("h264"), zoflv_fourcc("H264"), zoflv_fourcc("x264"), zoflv_fourcc("X264"),
     zoflv_fourcc("avc1"), zoflv_fourcc("AVC1"), zoflv_fourcc("FLV1"),
 };
-// The numbers are WAVE format tags: AAC, MPEG layer 3, MPEG.
+// 0x50 is the WAVE format tag of MPEG audio of any layer.
 constexpr uint32_t audio_fourccs[] = {
-    zoflv_fourcc("MP4A"), zoflv_fourcc("mp4a"), 0xFF, 0x55, 0x50,
+    zoflv_fourcc("MP4A"), zoflv_fourcc("mp4a"), ZOFLV_FOURCC_AAC, ZOFLV_FOURCC_MPEG_AUDIO, 0x50,
 };
 
 template <size_t N>
@@ -429,7 +430,7 @@ int check_video(ZOFLVD* h, StreamFormat* stream, ZOFLVD_INFO_VID* info, FormatWa
     const int64_t limit = info->width >= info->height ? int64_t{limits[0]} * limits[1]
                                                       : int64_t{limits[2]} * limits[3];
     if (pixels > limit)
-        stream->error = too_large_or_io;
+        stream->error = track_too_large;
     else if (pixels > large_picture)
         walk->max_input_size = input_size_large;
     return stream->error == init_no_data ? init_no_data : 0;
@@ -438,7 +439,7 @@ int check_video(ZOFLVD* h, StreamFormat* stream, ZOFLVD_INFO_VID* info, FormatWa
 // The file's duration divided by the number of keyframes; left out where there is no index.
 void set_keyframe_interval(AMediaFormat* meta, const ZoFLVDSF& dsf, int index)
 {
-    constexpr int entry_size = 16;
+    constexpr int entry_size = sizeof(ZOFLVD_IDX_ENTRY);
 
     int size = 0;
     int count = 0;
@@ -557,7 +558,7 @@ int ZoFLVExtractor::createDemuxer()
                             "ZoFLVExtractor::init_zoflvff() zoflvd_create() failed(%d)!", error);
         zocmn_mfal_deinit(&mDSF->mMfal);
         mValid = false;
-        return error == ZOFLV_ERR_FILEIO ? too_large_or_io : init_malformed;
+        return error == ZOFLV_ERR_FILEIO ? init_io : init_malformed;
     }
     if (mDSF->mInfo.vid_cnt == 0 && mDSF->mInfo.aud_cnt == 0) {
         mValid = false;
@@ -682,8 +683,9 @@ private:
     pthread_mutex_t* mMutex;
 };
 
-// Demuxer modes of zoflvds_seek() by the platform's: previous, next, closest sync, closest.
-constexpr int seek_modes[] = {0, 1, 3, 0};
+// By the platform's mode: previous, next, closest sync, closest.
+constexpr int seek_modes[] = {ZOFLV_SEEK_PREVIOUS, ZOFLV_SEEK_NEXT, ZOFLV_SEEK_CLOSEST,
+                              ZOFLV_SEEK_PREVIOUS};
 
 int64_t to_ticks(int64_t time_us)
 {
