@@ -2,7 +2,6 @@
 #include "libextractor/mfal/zocmn_mfal_android_q.h"
 
 #include "zoflv/dmx/zoflv_err.h"
-#include "zoflv/dmx/zoflv_num.h"
 
 #include <android/log.h>
 #include <cstdint>
@@ -23,6 +22,16 @@ struct FileHandle {
     DataSourceHelper* src;
     int64_t pos;
 };
+
+// False, with the position as it was, where the next one does not fit.
+bool advance(FileHandle* fp, int64_t bytes)
+{
+    int64_t pos = 0;
+    if (__builtin_add_overflow(fp->pos, bytes, &pos))
+        return false;
+    fp->pos = pos;
+    return true;
+}
 
 // Logs a missing argument, whose check has the number `check`, and answers with `code`.
 #define MISSING(argument, check)                                                                   \
@@ -71,7 +80,7 @@ int mfal_read(void* fh, void* buf, int size)
     if (count <= 0)
         return 0;
     const int got = count < size ? static_cast<int>(count) : size; // no more than was asked for
-    return zoflv_pos_add(fp->pos, got, &fp->pos) ? got : -1;
+    return advance(fp, got) ? got : -1;
 }
 
 int mfal_write(void* fh, void*, int)
@@ -108,7 +117,7 @@ int mfal_skip(void* fh, long long* n)
     if (*n < 1)
         return -1;
     FileHandle* fp = static_cast<FileHandle*>(fh);
-    return zoflv_pos_add(fp->pos, *n, &fp->pos) ? 0 : -1;
+    return advance(fp, *n) ? 0 : -1;
 }
 
 int mfal_getsize(void* fh, long long* size)
