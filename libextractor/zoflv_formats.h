@@ -43,7 +43,7 @@ struct Mime {
 
 /// What runs across the streams while their formats are published.
 struct FormatWalk {
-    int32_t max_input_size = input_size_start; ///< also of an audio stream behind the video
+    int32_t max_input_size = input_size_start; ///< also of an audio stream after the video
     int videos = 0;
     int audios = 0;
 };

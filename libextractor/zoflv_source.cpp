@@ -147,7 +147,7 @@ media_status_t ZoFLVSource::seek(const ReadOptions& options)
     const int64_t time = to_ticks(time_us);
     if (mDSF->mInfo.duration < time)
         return AMEDIA_ERROR_END_OF_STREAM;
-    int64_t landed = 0; // not used: the next frame's own time tells where the stream stands
+    int64_t landed = 0; // not used: the next frame's own time tells where the stream is
     const int rc = zoflvds_seek(mStream, &time, &landed, seek_modes[platform_mode]);
     if (rc != ZOFLV_OK) {
         __android_log_print(ANDROID_LOG_INFO, ZOFLV_PLUGIN_LOG_TAG,

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// The parsers behind the device library. They never read outside `size` bytes.
+/// The parsers of the device library. They never read outside `size` bytes.
 #pragma once
 
 #include <cstddef>

@@ -7,7 +7,7 @@
 
 namespace zodevice {
 
-/// The code of four characters, whose bytes stand in memory order on every host.
+/// The code of four characters, whose bytes have memory order on every host.
 constexpr uint32_t fourcc(const char (&text)[5])
 {
     constexpr bool big_endian = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__;

@@ -28,7 +28,7 @@ void zoflv_conv(void* bytes, int length);
 /// A scale of 0 gives 0.
 uint64_t zoflv_conv_time(uint64_t t, uint64_t scale);
 
-// Values of big-endian fields as they stand in a file.
+// Values of big-endian fields as they are in a file.
 
 inline uint32_t zoflv_be16(const uint8_t* bytes)
 {

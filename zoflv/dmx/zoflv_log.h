@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// The one helper behind every "assert!" line of the demuxer.
+/// The one helper that writes every "assert!" line of the demuxer.
 #pragma once
 
 #include <android/log.h>

@@ -90,7 +90,7 @@ int zoflvd_get_info(ZOFLVD* h, ZOFLVD_INFO* out);
 int zoflvd_get_info_vid(ZOFLVD* h, int strm_indx, ZOFLVD_INFO_VID* out);
 int zoflvd_get_info_aud(ZOFLVD* h, int strm_indx, ZOFLVD_INFO_AUD* out);
 
-/// A stream's codec-specific data: AVC the parameter sets behind start codes, MPEG audio and codecs
+/// A stream's codec-specific data: AVC the parameter sets after start codes, MPEG audio and codecs
 /// without a reader of their own the first tag's bytes, others none.
 /// @param buf   receives the bytes; null: only the size is given
 /// @param size  receives the number of bytes; may be null
@@ -125,7 +125,7 @@ int zoflvds_get_info_vid(ZOFLVDS* s, ZOFLVD_INFO_VID* out);
 int zoflvds_get_info_aud(ZOFLVDS* s, ZOFLVD_INFO_AUD* out);
 
 /// Reads the stream's next frame: the tag's data without the FLV codec header, AVC as NAL units
-/// behind start codes 00 00 00 01.
+/// after start codes 00 00 00 01.
 /// @param buf        receives the frame; null: only its length is given and the frame stays the
 ///                   next
 /// @param buf_size   bytes at `buf`
@@ -135,7 +135,7 @@ int zoflvds_get_info_aud(ZOFLVDS* s, ZOFLVD_INFO_AUD* out);
 ///                   length query the frame's own; may be null
 /// @return 0; 1 at the end of the stream and for every failure once the frame's tag was located; -1
 ///         for a wrong handle or a null `frm_len`, a file position that has moved under a pending
-///         frame, or a failed look ahead behind a non-AVC frame; -4 when a non-AVC frame did not
+///         frame, or a failed look ahead after a non-AVC frame; -4 when a non-AVC frame did not
 ///         fit and was dropped, `frm_len` then being a size that suffices
 int zoflvds_get_frm(ZOFLVDS* s, uint8_t* buf, int buf_size, int* frm_len, int64_t* time,
                     int64_t* next_time);

@@ -18,7 +18,7 @@ constexpr uint8_t start_code[4] = {0, 0, 0, 1};
 constexpr int crop_unit_x[4] = {1, 2, 2, 1};
 constexpr int crop_unit_y[4] = {1, 2, 1, 1};
 
-// Passes over scaling_list() of `entries` entries; the values are not kept.
+// Skips scaling_list() of `entries` entries; the values are not kept.
 void skip_scaling_list(ZOFLVD_BS* bs, int entries)
 {
     int64_t last = 8;
@@ -125,7 +125,7 @@ struct ParameterSets {
     int32_t record_bytes; // bytes of the record: lengths and sets
 };
 
-// Copies one parameter set behind a start code; `*set` becomes its address in the output, or null.
+// Copies one parameter set after a start code; `*set` becomes its address in the output, or null.
 int copy_parameter_set(ZOFLVD_RDBUF* rb, ParameterSets* sets, uint8_t** set, int* size)
 {
     uint16_t raw = 0;

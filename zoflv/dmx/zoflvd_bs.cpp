@@ -22,7 +22,7 @@ void fail(int check)
     zoflv_log_assert(tag, source, check);
 }
 
-// The position may lie far behind the buffer and `last` just before it. Such addresses are formed
+// The position may lie far after the buffer and `last` just before it. Such addresses are formed
 // and compared as numbers: as pointers they would not be defined.
 uintptr_t address(const uint8_t* p)
 {
@@ -257,7 +257,7 @@ int zoflvd_bs_is_more_rbsp_data(const ZOFLVD_BS* bs)
     const uint64_t left = bits_left(bs);
     if (left > 8)
         return 1;
-    // The last byte: only the stop bit, a 1 behind which all bits are 0, is no payload.
+    // The last byte: only the stop bit, a 1 after which all bits are 0, is no payload.
     const uint32_t rest = gather(bs, static_cast<uint32_t>(left));
     return rest != uint32_t{1} << (left - 1);
 }

@@ -50,7 +50,7 @@ void zoflvd_bs_read1_skip(ZOFLVD_BS* bs);
 /// The number of 0 bits before the next 1 bit, without moving; 0 when there is none.
 uint32_t zoflvd_bs_peek_clz(const ZOFLVD_BS* bs);
 
-/// An unsigned Exp-Golomb code. More than 32 leading zeros are logged, passed over and give all
+/// An unsigned Exp-Golomb code. More than 32 leading zeros are logged, skipped and give all
 /// bits set.
 uint32_t zoflvd_bs_read_ue(ZOFLVD_BS* bs);
 

@@ -55,7 +55,7 @@ int32_t stop_at_end(ZOFLVD_CRAWL* crawl)
     return end_reached;
 }
 
-int64_t tag_behind(const ZOFLVD_TAG& tag)
+int64_t tag_after(const ZOFLVD_TAG& tag)
 {
     return zoflv_add_sat(tag.pos, int64_t{tag.data_size} + ZOFLV_TAG_OVERHEAD);
 }
@@ -97,7 +97,7 @@ int32_t zoflvd_crawl_next_forw(ZOFLVD_CRAWL* crawl)
 {
     if (!leave(crawl))
         return ZOFLV_ERR_FAIL;
-    const int64_t pos = tag_behind(crawl->cur);
+    const int64_t pos = tag_after(crawl->cur);
     return pos >= crawl->pos_max ? stop_at_end(crawl) : step_to(crawl, pos);
 }
 
@@ -124,7 +124,7 @@ int32_t zoflvd_crawl_next_forw_any(ZOFLVD_CRAWL* crawl)
     if (!leave(crawl))
         return ZOFLV_ERR_FAIL;
     crawl->cur.found = 0;
-    const int64_t pos = tag_behind(crawl->cur);
+    const int64_t pos = tag_after(crawl->cur);
     if (pos >= crawl->pos_max)
         return stop_at_end(crawl);
     if (!read_header_at(crawl, pos))
@@ -283,7 +283,7 @@ void apply(ZOFLVD_CRAWL* crawl, const Rule& rule)
 // What every search within a stream starts from.
 void init_stream(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const ZOFLVD_CRAWL_RANGE* range)
 {
-    const ZOFLVD_TAG from = *start; // may stand in the record itself
+    const ZOFLVD_TAG from = *start; // may be in the record itself
     *crawl = ZOFLVD_CRAWL{};
     crawl->mfal = range->mfal;
     crawl->fh = range->fh;
@@ -297,7 +297,7 @@ void init_stream(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const ZOFLVD_CRAW
 int init_time(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* target,
               const ZOFLVD_CRAWL_RANGE* range, const Rule& video, const Rule& audio)
 {
-    const int64_t time = *target; // may stand in the record itself, as the start tag
+    const int64_t time = *target; // may be in the record itself, as the start tag
     init_stream(crawl, start, range);
     if (crawl->strm_type != ZOFLV_TAG_VIDEO && crawl->strm_type != ZOFLV_TAG_AUDIO)
         return fail(3006);

@@ -22,7 +22,7 @@ struct ZOFLVD_CRAWL {
     const _ZOCMN_MFAL* mfal; ///< borrowed
     void* fh;                ///< borrowed; its position is wherever the crawler last read
     int32_t strm_type;       ///< FLV tag type searched for
-    ZOFLVD_TAG cur;          ///< the tag the crawler stands on
+    ZOFLVD_TAG cur;          ///< the tag the crawler is at
     uint32_t prev_tag_size;  ///< the last PreviousTagSize read
     int32_t at_end;          ///< 1: a step would leave the data, or the chain of tags breaks
     int32_t has_saved;       ///< 1: `save` has remembered a tag
@@ -32,7 +32,7 @@ struct ZOFLVD_CRAWL {
     ZOFLVD_CRAWL_FN setpos;  ///< positions the file at the answer, fills `result`: 0 or -1
     ZOFLVD_CRAWL_FN save;    ///< called by `next` on the tag being left: 0 or -1
     int64_t pos_min;         ///< no tag before this offset is visited
-    int64_t pos_max;         ///< no tag at or behind this offset is visited
+    int64_t pos_max;         ///< no tag at or after this offset is visited
     int64_t target;          ///< the time searched for, 100-ns units
     int64_t result;          ///< the time of the tag positioned on, 100-ns units
 };
@@ -57,12 +57,12 @@ int zoflvd_crawl_init_seek(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const i
 int zoflvd_crawl_init_reverse(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start, const int64_t* target,
                               const ZOFLVD_CRAWL_RANGE* range);
 
-/// Searches forward from `start` for a keyframe at or behind a time (audio: the last tag before
+/// Searches forward from `start` for a keyframe at or after a time (audio: the last tag before
 /// it). 0 or -1 as above.
 int zoflvd_crawl_init_reverse_forw(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start,
                                    const int64_t* target, const ZOFLVD_CRAWL_RANGE* range);
 
-/// Searches the stream's next keyframe behind `start` (direction 1) or the one before it (others).
+/// Searches the stream's next keyframe after `start` (direction 1) or the one before it (others).
 /// Always 0.
 int zoflvd_crawl_init_keyfrm(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start,
                              const ZOFLVD_CRAWL_RANGE* range, int direction);

@@ -17,7 +17,7 @@ ZOFLVD_KF entry_of(const void* entry)
     return kf;
 }
 
-// Tells whether a tag stands at the first keyframe's offset, or at least its type. 0, or a code to
+// Tells whether a tag is at the first keyframe's offset, or at least its type. 0, or a code to
 // end the open with; `*usable` 0: no index.
 int check_first_position(const _ZOCMN_MFAL* mfal, void* fh, double first, bool* usable)
 {

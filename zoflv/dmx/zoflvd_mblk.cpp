@@ -9,7 +9,7 @@
 
 namespace {
 
-// The elements start behind the header: sizeof is a multiple of the pointers' alignment, so on a
+// The elements start after the header: sizeof is a multiple of the pointers' alignment, so on a
 // 64-bit host they start at a multiple of 8, and on a 32-bit one the block takes 4096 bytes.
 constexpr size_t header_size = sizeof(ZOFLVD_MBLK_NODE);
 static_assert(sizeof(void*) != 4 || header_size + ZOFLVD_MBLK_BYTES == 4096, "one page");

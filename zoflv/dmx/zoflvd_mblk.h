@@ -72,7 +72,7 @@ const void* zoflvd_bsearch(const void* base, uint32_t cnt, uint32_t size, const 
 /// The first element, with the cursor on it; null on an empty list.
 const void* zoflvd_mblk_elem_first(const ZOFLVD_MBLK* list, ZOFLVD_MBLK_POS* pos);
 
-/// The element behind the cursor, which moves there; null, clearing the cursor, at the end.
+/// The element after the cursor, which moves there; null, clearing the cursor, at the end.
 const void* zoflvd_mblk_elem_next(const ZOFLVD_MBLK* list, ZOFLVD_MBLK_POS* pos);
 
 /// Element `n`, from 0; null when there are not that many.
@@ -81,7 +81,7 @@ const void* zoflvd_mblk_elem_nth(const ZOFLVD_MBLK* list, uint32_t n);
 /// The block's first element.
 const uint8_t* zoflvd_mblk_data(const ZOFLVD_MBLK_NODE* node);
 
-/// The address behind the block's last used element.
+/// The address after the block's last used element.
 const uint8_t* zoflvd_mblk_data_end(const ZOFLVD_MBLK_NODE* node, uint32_t elem_size);
 
 uint32_t zoflvd_mblk_elem_cnt(const ZOFLVD_MBLK* list);

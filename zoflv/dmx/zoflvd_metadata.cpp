@@ -23,7 +23,7 @@ constexpr int name_capacity = 32;
 constexpr int32_t max_array_count = 0x0FFFFFFF; // 268,435,455 elements
 constexpr uint32_t bytes_per_element = 9;       // a type marker and a double
 
-// Objects and arrays met as values may stand this deep in each other. Each level is a recursion;
+// Objects and arrays met as values may be nested this deep. Each level is a recursion;
 // real files use two, and a body of a million openings must not exhaust a thread's stack.
 constexpr int max_depth = 64;
 
@@ -59,7 +59,7 @@ struct ZOFLVD_PROPERTY {
     FieldRef field;
     uint32_t size; // value bytes of a fixed-size value; of a string being read its length
     Handler handlr;
-    int depth; // being read: objects and arrays that it stands in
+    int depth; // being read: objects and arrays around it
 };
 
 int handlr_simpl_value(ZOFLVD_RDBUF* rb, ZOFLVD_PROPERTY* prop, ZOFLVD_METADATA* md);
@@ -80,7 +80,7 @@ int handlr_unknown_array(ZOFLVD_RDBUF* rb, ZOFLVD_PROPERTY* prop, ZOFLVD_METADAT
     no_size, handlr_num_array, 0}
 // clang-format on
 
-// The known properties, searched in this order at whatever depth a property stands.
+// The known properties, searched in this order at whatever depth a property is.
 constexpr ZOFLVD_PROPERTY metadata_props[] = {
     BOOLEAN("hasKeyframes", has_keyframes),
     BOOLEAN("hasVideo", has_video),
@@ -126,7 +126,7 @@ static_assert(std::size(metadata_props) == 23, "one row per known property");
 static_assert(rows_fit_their_fields(), "a value is copied by the row's size");
 
 // Handlers by type marker for values that are dropped; null: nothing follows the marker, or nothing
-// that could be passed over.
+// that could be skipped.
 constexpr Handler ecma_type_handlr[] = {
     handlr_simpl_value,   // number
     handlr_simpl_value,   // boolean
@@ -175,18 +175,18 @@ int fail(int check)
     return ZOFLV_ERR_FAIL;
 }
 
-void pass_over(ZOFLVD_RDBUF* rb)
+void skip_rest(ZOFLVD_RDBUF* rb)
 {
     zoflvd_rdbuf_read(rb, nullptr, static_cast<int>(zoflvd_rdbuf_remained(rb)));
 }
 
-// Refuses a value that stands too deep, and the rest of the body with it.
+// Refuses a value that is nested too deep, and the rest of the body with it.
 bool too_deep(ZOFLVD_RDBUF* rb, const ZOFLVD_PROPERTY* prop)
 {
     if (prop->depth < max_depth)
         return false;
     fail(3001);
-    pass_over(rb);
+    skip_rest(rb);
     return true;
 }
 
@@ -215,7 +215,7 @@ const ZOFLVD_PROPERTY* find_known(const ZOFLVD_PROPERTY* prop)
     return nullptr;
 }
 
-// Reads one property that stands `depth` levels deep; with a record, a known one is stored there.
+// Reads one property, `depth` levels deep; with a record, a known one is stored there.
 int read_property(ZOFLVD_RDBUF* rb, ZOFLVD_METADATA* md, int depth)
 {
     ZOFLVD_PROPERTY prop = {};
@@ -264,7 +264,7 @@ int handlr_number(ZOFLVD_RDBUF* rb, ZOFLVD_PROPERTY* prop, ZOFLVD_METADATA* md)
     return ZOFLV_OK;
 }
 
-// Strings are always passed over: no known property takes one.
+// Strings are always skipped: no known property takes one.
 int handlr_string(ZOFLVD_RDBUF* rb, ZOFLVD_PROPERTY* prop, ZOFLVD_METADATA*)
 {
     uint16_t raw = 0;
@@ -417,7 +417,7 @@ void log_warning(const char* text)
     __android_log_print(ANDROID_LOG_WARN, tag, "%s", text);
 }
 
-// The string "onMetaData" and the marker of an ECMA array, behind the string's own marker.
+// The string "onMetaData" and the marker of an ECMA array, after the string's own marker.
 bool read_object_name(ZOFLVD_RDBUF* rb)
 {
     static constexpr char wanted[] = "onMetaData";
@@ -446,7 +446,7 @@ bool read_object_name(ZOFLVD_RDBUF* rb)
     return true;
 }
 
-// Decodes the body, which the file stands on. False: the record is to be released. `block` holds
+// Decodes the body, which the file is at. False: the record is to be released. `block` holds
 // `size` bytes.
 bool read_body(const _ZOCMN_MFAL* mfal, void* file, void* block, uint32_t size, ZOFLVD_METADATA* md)
 {

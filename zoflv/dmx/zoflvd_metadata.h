@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-/// The decoded values, all zero until decoded. Numbers are kept as they stand in the file,
+/// The decoded values, all zero until decoded. Numbers are kept as they are in the file,
 /// infinities included; a NaN is stored as 0 except in the two arrays.
 struct ZOFLVD_METADATA {
     uint8_t has_keyframes;
@@ -40,7 +40,7 @@ struct ZOFLVD_METADATA {
 /// Decodes the tag at `*first_tag_pos` into `md`.
 /// @param md        all zero, or a decoded record, whose arrays are then replaced or released;
 ///                  release it with zoflvd_metadata_deinit()
-/// @param next_pos  receives the offset behind the tag when it is a script tag with a body
+/// @param next_pos  receives the offset after the tag when it is a script tag with a body
 /// @return 0, also when the first tag is no metadata; -3 for malformed or unreadable data; -5 when
 ///         memory runs out; -6 when the file cannot be positioned
 int zoflvd_metadata_init(const _ZOCMN_MFAL* mfal, void* file, const int64_t* first_tag_pos,

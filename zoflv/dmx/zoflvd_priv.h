@@ -22,7 +22,7 @@ struct ZOFLVD {
     int32_t vid_cnt;                 ///< 0 or 1
     ZOFLVD_SH sh[ZOFLV_MAX_STREAMS]; ///< in order of discovery; owns each `csd`
     int64_t first_tag_pos;           ///< file offset of the first tag: DataOffset + 4
-    int64_t data_start; ///< `first_tag_pos`, or the tag behind it when the first is a script tag
+    int64_t data_start; ///< `first_tag_pos`, or the tag after it when the first is a script tag
     int64_t file_size;  ///< bytes
     int64_t data_len;   ///< `file_size` - `data_start`; may be negative
     ZOFLVD_METADATA metadata; ///< owned

@@ -23,7 +23,7 @@ size_t left(const ZOFLVD_RDBUF* rb)
     return rb->cur < rb->end ? static_cast<size_t>(rb->end - rb->cur) : 0;
 }
 
-// Passes over the next n bytes and gives their address, which may be null when n is 0.
+// Skips the next n bytes and gives their address, which may be null when n is 0.
 bool take(ZOFLVD_RDBUF* rb, size_t n, const uint8_t** bytes)
 {
     if (n > left(rb)) {

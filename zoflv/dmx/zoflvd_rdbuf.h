@@ -3,7 +3,7 @@
 /// A bounded big-endian read cursor over a block read from the file.
 ///
 /// Every read is tested against the end of the block. Results are 0, or -1 for a failed bound or
-/// argument check, which leaves the cursor where it was. A null out-pointer passes the value over.
+/// argument check, which leaves the cursor where it was. A null out-pointer skips the value.
 #pragma once
 
 #include "zoflv/dmx/zocmn_mfal.h"
@@ -32,7 +32,7 @@ void zoflvd_rdbuf_deinit(ZOFLVD_RDBUF* rb);
 /// 1 at the end of the block, else 0.
 int zoflvd_rdbuf_eob(const ZOFLVD_RDBUF* rb);
 
-/// Copies `count` >= 0 bytes to `dst` (null: passes them over).
+/// Copies `count` >= 0 bytes to `dst` (null: skips them).
 int zoflvd_rdbuf_read(ZOFLVD_RDBUF* rb, void* dst, int count);
 
 /// Moves back by `count` bytes, at most to the start of the block; a count below 1 goes to the
@@ -58,10 +58,10 @@ int zoflvd_rdbuf_int24(ZOFLVD_RDBUF* rb, uint32_t* out);
 int zoflvd_rdbuf_int32(ZOFLVD_RDBUF* rb, uint32_t* out);
 
 /// An AMF0 string: a 16-bit length and that many bytes, no terminator.
-/// @param dst       receives the bytes, none added; null: they are passed over
+/// @param dst       receives the bytes, none added; null: they are skipped
 /// @param len_out   receives the length; required: a null one gives -1
 /// @param capacity  bytes at `dst`; a longer string fails
-/// @return 0 or -1; after a failure behind the length field the cursor stays behind that field
+/// @return 0 or -1; after a failure past the length field the cursor stays after that field
 int zoflvd_rdbuf_ecma_str(ZOFLVD_RDBUF* rb, char* dst, uint16_t* len_out, int capacity);
 
 /// The next byte, or null at the end.

@@ -47,7 +47,7 @@ bool read_prev_tag_size(const ByteScan& scan, int64_t pos, uint32_t* value)
     return true;
 }
 
-// Tests the bytes at offset `at` of the window as a tag. 0: it is one, the file stands behind its
+// Tests the bytes at offset `at` of the window as a tag. 0: it is one, the file is after its
 // PreviousTagSize; 1: it is none; -1: failure.
 int check_candidate(const ByteScan& scan, int at, ZOFLVD_TAG* tag)
 {
@@ -76,7 +76,7 @@ int check_candidate(const ByteScan& scan, int at, ZOFLVD_TAG* tag)
     return ZOFLV_OK;
 }
 
-// Moves the window on: its last unchecked bytes stay, the rest is read behind them. False on
+// Moves the window on: its last unchecked bytes stay, the rest is read after them. False on
 // failure.
 bool fill_window(ByteScan* scan, int64_t pos)
 {

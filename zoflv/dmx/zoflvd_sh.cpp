@@ -39,7 +39,7 @@ int32_t sh_handlr_common(uint32_t, ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb)
     return sh_format(sh, rb);
 }
 
-// By CodecID; higher ones are passed over.
+// By CodecID; higher ones are skipped.
 constexpr uint32_t video_fourcc[] = {
     ZOFLV_FOURCC_UNKNOWN, ZOFLV_FOURCC_JPEG,      ZOFLV_FOURCC_H263,     ZOFLV_FOURCC_SCREEN,
     ZOFLV_FOURCC_VP6,     ZOFLV_FOURCC_VP6_ALPHA, ZOFLV_FOURCC_SCREEN_2, ZOFLV_FOURCC_H264,
@@ -90,8 +90,8 @@ int32_t audio_rate(uint32_t fourcc, uint32_t sound_rate)
     return sound_rates[sound_rate];
 }
 
-// The frames begin behind this tag: it carries configuration.
-void start_behind(ZOFLVD_SH* sh, const ZOFLVD_TAG& tag)
+// The frames begin after this tag: it carries configuration.
+void start_after(ZOFLVD_SH* sh, const ZOFLVD_TAG& tag)
 {
     const int64_t end = zoflv_add_sat(tag.pos, int64_t{tag.data_size} + ZOFLV_TAG_OVERHEAD);
     sh->first_tag_pos = end;
@@ -137,9 +137,9 @@ int search_video_header(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, int 
     zoflv_block body;
     uint32_t capacity = 0;
     for (int read = 0; read < max_tags; ++read) {
-        int64_t behind = ZOFLV_PREV_TAG_SIZE;
+        int64_t after = ZOFLV_PREV_TAG_SIZE;
         if (tag.type != ZOFLV_TAG_VIDEO) {
-            behind += tag.data_size;
+            after += tag.data_size;
         } else {
             if (tag.data_size >= capacity) {
                 body.reset();
@@ -151,11 +151,11 @@ int search_video_header(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, int 
                 return -1;
             const int32_t result = read_video_header(sh, &rb, strm_indx);
             if (sh->fourcc == ZOFLV_FOURCC_H264)
-                start_behind(sh, tag);
+                start_after(sh, tag);
             if (result == ZOFLVD_SH_DONE || result == ZOFLVD_SH_STOP)
                 return 0;
         }
-        if (zoflv_file_skip(mfal, file, behind) != 0)
+        if (zoflv_file_skip(mfal, file, after) != 0)
             return zoflvd_sh_fail(3503);
         if (zoflvd_tag_read(mfal, file, &tag) != ZOFLV_OK)
             return 0;
@@ -226,7 +226,7 @@ int sh_audio(ZOFLVD_SH* sh, ZOFLVD_RDBUF* rb, int strm_indx, const ZOFLVD_TAG& t
     sh->byte_rate = sh->bit_rate / 8;
     sh->max_frm_size = sh->bit_rate / 8;
     if (sh->fourcc == ZOFLV_FOURCC_AAC)
-        start_behind(sh, tag);
+        start_after(sh, tag);
     return 0;
 }
 

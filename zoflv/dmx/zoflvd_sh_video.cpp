@@ -4,7 +4,7 @@
 #include "zoflv/dmx/zoflv_err.h"
 #include "zoflv/dmx/zoflvd_h263.h"
 
-// H.263, screen video, VP6: the picture size stands in each frame.
+// H.263, screen video, VP6: each frame has the picture size.
 
 namespace {
 

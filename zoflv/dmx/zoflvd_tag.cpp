@@ -70,6 +70,6 @@ int zoflvd_tag_next(const _ZOCMN_MFAL* mfal, void* fh, const int64_t* start, int
             break;
     }
     if (examined)
-        zoflv_file_setpos(mfal, fh, *end); // not on the data of a tag that was passed over
+        zoflv_file_setpos(mfal, fh, *end); // not on the data of a tag that was skipped
     return ZOFLV_ERR_FAIL;
 }

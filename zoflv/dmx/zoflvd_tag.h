@@ -10,7 +10,7 @@
 
 enum : int {
     ZOFLV_TAG_HEADER = 11,   ///< bytes of a tag header
-    ZOFLV_PREV_TAG_SIZE = 4, ///< bytes of the PreviousTagSize field behind the data
+    ZOFLV_PREV_TAG_SIZE = 4, ///< bytes of the PreviousTagSize field after the data
     ZOFLV_TAG_OVERHEAD = 15, ///< bytes of a tag besides its data: both of the above
 };
 
@@ -25,7 +25,7 @@ struct ZOFLVD_TAG {
     uint32_t found;     ///< 1 when zoflvd_tag_next() stopped at this tag
 };
 
-/// Reads the tag header at the file's position and leaves the file on the tag's data.
+/// Reads the tag header at the file's position and leaves the file at the tag's data.
 /// @return 0; 1 when fewer than 11 bytes are left; -1 for a null argument; -3 when the header could
 ///         not be parsed; -6 when the position could not be taken
 int zoflvd_tag_read(const _ZOCMN_MFAL* mfal, void* fh, ZOFLVD_TAG* tag);
@@ -33,7 +33,7 @@ int zoflvd_tag_read(const _ZOCMN_MFAL* mfal, void* fh, ZOFLVD_TAG* tag);
 /// Walks from `*start` to the first tag of `type` that begins before `*end`, reading headers only.
 /// @param max_tags  tags to examine at most; 0 or less: no limit
 /// @param tag       receives the tag; its `found` tells whether there was one
-/// @return 0 with the file on the tag's data; -1 when there is none; the code of a failed
+/// @return 0 with the file at the tag's data; -1 when there is none; the code of a failed
 ///         zoflvd_tag_read(). A search that came to `*end` past other tags, or met a header that
 ///         could not be read, leaves the file at `*end`; one with `*start` >= `*end` does not touch
 ///         it.

@@ -20,7 +20,7 @@ struct FrameOut {
     int64_t* next_time;
 };
 
-bool stands_on_data(const ZOFLVD_TAG& tag, int64_t pos)
+bool is_at_data(const ZOFLVD_TAG& tag, int64_t pos)
 {
     int64_t data = 0;
     return zoflv_pos_add(tag.pos, ZOFLV_TAG_HEADER, &data) && pos == data;
@@ -40,14 +40,14 @@ int fetch_tag(ZOFLVDS* s)
                                        &s->cur_tag);
         return rc == ZOFLV_OK ? ZOFLV_OK : ZOFLV_EOF;
     }
-    if (!stands_on_data(s->next_tag, pos))
+    if (!is_at_data(s->next_tag, pos))
         return zoflvd_fail(793, ZOFLV_EOF);
     s->cur_tag = s->next_tag;
     s->next_tag.found = 0;
     return ZOFLV_OK;
 }
 
-// The tag of an earlier length query still has to be read: the file must stand on its data.
+// The tag of an earlier length query still has to be read: the file must be at its data.
 int check_pending_tag(ZOFLVDS* s)
 {
     if (s->cur_tag.found != 1)
@@ -55,7 +55,7 @@ int check_pending_tag(ZOFLVDS* s)
     int64_t pos = 0;
     if (zoflv_file_getpos(&s->mfal, s->fh, &pos) != 0)
         return zoflvd_fail(1112);
-    if (!stands_on_data(s->cur_tag, pos))
+    if (!is_at_data(s->cur_tag, pos))
         return zoflvd_log_error("err: frame data fp is wrong!");
     return ZOFLV_OK;
 }
@@ -67,19 +67,19 @@ void move_to_end(ZOFLVDS* s)
     s->fetch_tag = 1;
 }
 
-// Drops the frame: the next read goes on with the tag behind it.
-void move_behind_tag(ZOFLVDS* s)
+// Drops the frame: the next read goes on with the tag after it.
+void move_after_tag(ZOFLVDS* s)
 {
-    int64_t behind = 0;
-    if (zoflv_pos_add(s->cur_tag.pos, int64_t{s->cur_tag.data_size} + ZOFLV_TAG_OVERHEAD, &behind))
-        zoflv_file_setpos(&s->mfal, s->fh, behind);
+    int64_t after = 0;
+    if (zoflv_pos_add(s->cur_tag.pos, int64_t{s->cur_tag.data_size} + ZOFLV_TAG_OVERHEAD, &after))
+        zoflv_file_setpos(&s->mfal, s->fh, after);
     s->fetch_tag = 1;
 }
 
 int drop_frame(ZOFLVDS* s, int check)
 {
     zoflvd_fail(check);
-    move_behind_tag(s);
+    move_after_tag(s);
     return ZOFLV_EOF;
 }
 
@@ -118,7 +118,7 @@ int avc_drop(ZOFLVDS* s, int check)
 {
     zoflvd_fail(check);
     zoflvd_fail(1146);
-    move_behind_tag(s);
+    move_after_tag(s);
     return ZOFLV_EOF;
 }
 
@@ -134,8 +134,8 @@ bool read_nal_length(ZOFLVDS* s, int field_size, uint32_t* length)
     return true;
 }
 
-// Copies one NAL unit behind a start code, to `written` bytes into the buffer; without a buffer
-// passes it over. False with the line of the failure.
+// Copies one NAL unit after a start code, to `written` bytes into the buffer; without a buffer
+// skips it. False with the line of the failure.
 bool copy_nal(ZOFLVDS* s, const FrameOut& out, int64_t written, int64_t length)
 {
     static constexpr uint8_t start_code[4] = {0, 0, 0, 1};
@@ -275,9 +275,9 @@ int get_avc_frame(ZOFLVDS* s, const FrameOut& out)
             *out.next_time = s->cur_tag.timestamp;
         return ZOFLV_OK;
     }
-    int64_t behind = 0;
-    if (!zoflv_pos_add(data, s->cur_tag.data_size, &behind) ||
-        zoflv_file_setpos(&s->mfal, s->fh, behind) != 0)
+    int64_t after = 0;
+    if (!zoflv_pos_add(data, s->cur_tag.data_size, &after) ||
+        zoflv_file_setpos(&s->mfal, s->fh, after) != 0)
         return avc_give_up(s, 1040);
     if (zoflvds_get_frm_finalyze(s, *out.frm_len, out.next_time) != ZOFLV_OK)
         return avc_give_up(s, 1050);

@@ -15,7 +15,7 @@
 constexpr uint32_t ZOFLVDS_MAGIC = 0x464C5653; ///< 'FLVS'
 
 /// The stream handle. Between calls: `fetch_tag` 0 means that `cur_tag` was found and the file
-/// stands on its data; `next_tag.found` 1 that the file stands on the data of `next_tag`.
+/// is at its data; `next_tag.found` 1 that the file is at the data of `next_tag`.
 struct ZOFLVDS {
     uint32_t magic;      ///< ZOFLVDS_MAGIC once the open has succeeded
     ZOFLVDS* self;       ///< the handle's own address

@@ -145,7 +145,7 @@ int seek_from_current(ZOFLVDS* s, int64_t* out_time, int mode)
     return found == 2 && land(&crawl, out_time) == ZOFLV_OK ? ZOFLV_OK : ZOFLV_EOF;
 }
 
-// The nearer of the keyframes before and behind the time: two searches.
+// The nearer of the keyframes before and after the time: two searches.
 int seek_closest(ZOFLVDS* s, int64_t time, int64_t* out_time)
 {
     int64_t prev_time = 0;
@@ -267,7 +267,7 @@ int search_near(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
     return ZOFLV_OK;
 }
 
-// Confirms that a tag stands at the entry's offset, where the file is to be left.
+// Confirms that a tag is at the entry's offset, where the file is to be left.
 int seek_to_entry(ZOFLVDS* s, const IndexSeek& seek, int64_t* out_time)
 {
     if (zoflv_file_setpos(&s->mfal, s->fh, seek.entry.pos) != 0)

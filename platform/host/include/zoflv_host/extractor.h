@@ -3,7 +3,7 @@
 /// The framework side of a plugin: load it, let it sniff a source, ask its extractor, read its
 /// tracks.
 ///
-/// Every object keeps what it stands on alive, so that they may be dropped in any order and are
+/// Every object keeps what it depends on alive, so that they may be dropped in any order and are
 /// freed in the right one: tracks, extractor, sniff data, source, library.
 #pragma once
 
@@ -157,7 +157,7 @@ public:
     {
         return read_with(android::SEEK | (mode & android::SEEK_MODE_MASK), time_us);
     }
-    /// @param options  the options word as it stands
+    /// @param options  the options word as it is
     ReadResult read_with(uint32_t options, int64_t time_us);
 
     android::CMediaTrack* record() { return m_record; }
