@@ -235,22 +235,22 @@ int ZoFLVExtractor::init_zoflvff()
     if (created != 0)
         return created;
 
-    FormatWalk walk;
+    FormatRun run;
     for (int i = 0; i < mDSF->mInfo.strm_cnt; ++i) {
-        const int rc = publishStream(i, &walk);
+        const int rc = publishStream(i, &run);
         if (rc != 0)
             return rc;
     }
     return 0;
 }
 
-int ZoFLVExtractor::publishStream(int index, FormatWalk* walk)
+int ZoFLVExtractor::publishStream(int index, FormatRun* run)
 {
     const int type = mDSF->mInfo.strm_type[index];
     if (type == ZOFLV_TAG_AUDIO)
-        return publishAudio(index, walk);
+        return publishAudio(index, run);
     if (type == ZOFLV_TAG_VIDEO)
-        return publishVideo(index, walk);
+        return publishVideo(index, run);
     AMediaFormat* meta = appendTrack(StreamFormat(index, 0));
     if (!meta)
         return init_no_data;
@@ -258,11 +258,11 @@ int ZoFLVExtractor::publishStream(int index, FormatWalk* walk)
     return 0;
 }
 
-int ZoFLVExtractor::publishAudio(int index, FormatWalk* walk)
+int ZoFLVExtractor::publishAudio(int index, FormatRun* run)
 {
-    if (walk->audios >= static_cast<int>(std::size(mDSF->mAudioInfo)))
+    if (run->audios >= static_cast<int>(std::size(mDSF->mAudioInfo)))
         return 0;
-    ZOFLVD_INFO_AUD* info = &mDSF->mAudioInfo[walk->audios];
+    ZOFLVD_INFO_AUD* info = &mDSF->mAudioInfo[run->audios];
     if (zoflvd_get_info_aud(mDSF->mHandle, index, info) != ZOFLV_OK)
         return init_no_data;
     __android_log_print(ANDROID_LOG_INFO, ZOFLV_PLUGIN_LOG_TAG,
@@ -271,17 +271,17 @@ int ZoFLVExtractor::publishAudio(int index, FormatWalk* walk)
     StreamFormat stream(index, info->fourcc);
     if (!plays_audio(info->fourcc))
         set_unsupported(&stream);
-    ++walk->audios;
+    ++run->audios;
     AMediaFormat* meta = appendTrack(stream);
     if (!meta)
         return init_no_data;
-    set_audio_keys(meta, *mDSF, index, info, walk->max_input_size);
+    set_audio_keys(meta, *mDSF, index, info, run->max_input_size);
     return 0;
 }
 
-int ZoFLVExtractor::publishVideo(int index, FormatWalk* walk)
+int ZoFLVExtractor::publishVideo(int index, FormatRun* run)
 {
-    if (walk->videos >= 1)
+    if (run->videos >= 1)
         return 0;
     ZOFLVD_INFO_VID* info = &mDSF->mVideoInfo;
     if (zoflvd_get_info_vid(mDSF->mHandle, index, info) != ZOFLV_OK)
@@ -290,15 +290,15 @@ int ZoFLVExtractor::publishVideo(int index, FormatWalk* walk)
                         "ZoFLVExtractor(VIDEO) mimetype : %s (0x%04x)", Mime(info->fourcc).text,
                         info->fourcc);
     mVideoFound = true;
-    ++walk->videos;
+    ++run->videos;
     StreamFormat stream(index, info->fourcc);
-    const int rc = check_video(mDSF->mHandle, &stream, info, walk);
+    const int rc = check_video(mDSF->mHandle, &stream, info, run);
     if (rc != 0)
         return rc;
     AMediaFormat* meta = appendTrack(stream);
     if (!meta)
         return init_no_data;
-    set_video_keys(meta, *mDSF, stream, walk->max_input_size);
+    set_video_keys(meta, *mDSF, stream, run->max_input_size);
     return 0;
 }
 

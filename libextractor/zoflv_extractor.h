@@ -22,7 +22,7 @@ struct TrackInfo {
     int32_t strm_indx;  ///< the demuxer's stream index
 };
 
-struct FormatWalk;
+struct FormatRun;
 struct StreamFormat;
 
 /// The extractor of one data source. Opens the file with the first question that needs it.
@@ -47,9 +47,9 @@ private:
     /// read; -1004 the file could not be read; -1007 it is no such file or holds no stream.
     int init_zoflvff();
     int createDemuxer();
-    int publishStream(int index, FormatWalk* walk);
-    int publishAudio(int index, FormatWalk* walk);
-    int publishVideo(int index, FormatWalk* walk);
+    int publishStream(int index, FormatRun* run);
+    int publishAudio(int index, FormatRun* run);
+    int publishVideo(int index, FormatRun* run);
     AMediaFormat* appendTrack(const StreamFormat& stream);
     const TrackInfo* findTrack(size_t index) const;
 

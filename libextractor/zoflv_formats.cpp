@@ -170,9 +170,9 @@ int configure_video(ZOFLVD* h, StreamFormat* stream, ZOFLVD_INFO_VID* info, bool
 
 } // namespace
 
-int check_video(ZOFLVD* h, StreamFormat* stream, ZOFLVD_INFO_VID* info, FormatWalk* walk)
+int check_video(ZOFLVD* h, StreamFormat* stream, ZOFLVD_INFO_VID* info, FormatRun* run)
 {
-    walk->max_input_size = input_size_usual;
+    run->max_input_size = input_size_usual;
     if (!contains(video_fourccs, stream->fourcc) || !device_plays(stream->fourcc)) {
         set_unsupported(stream);
         return 0;
@@ -194,7 +194,7 @@ int check_video(ZOFLVD* h, StreamFormat* stream, ZOFLVD_INFO_VID* info, FormatWa
     if (pixels > limit)
         stream->error = track_too_large;
     else if (pixels > large_picture)
-        walk->max_input_size = input_size_large;
+        run->max_input_size = input_size_large;
     return stream->error == init_no_data ? init_no_data : 0;
 }
 

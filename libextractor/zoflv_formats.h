@@ -42,7 +42,7 @@ struct Mime {
 };
 
 /// What runs across the streams while their formats are published.
-struct FormatWalk {
+struct FormatRun {
     int32_t max_input_size = input_size_start; ///< also of an audio stream after the video
     int videos = 0;
     int audios = 0;
@@ -69,7 +69,7 @@ bool plays_audio(uint32_t fourcc);
 /// Decides whether the device plays the stream, and how large its samples may be; takes the size
 /// that its configuration tells over into `info`.
 /// @return 0; non-zero ends the initialisation
-int check_video(ZOFLVD* h, StreamFormat* stream, ZOFLVD_INFO_VID* info, FormatWalk* walk);
+int check_video(ZOFLVD* h, StreamFormat* stream, ZOFLVD_INFO_VID* info, FormatRun* run);
 
 /// Fill a track's format beyond the keys that all tracks have.
 void set_video_keys(AMediaFormat* meta, const ZoFLVDSF& dsf, const StreamFormat& stream,

@@ -7,6 +7,9 @@
 /// and a read that runs past the last byte are logged and give the values stated with each read;
 /// nothing outside the buffer is ever touched. Bit counts are 0 to 32; others are logged, read
 /// nothing and give all bits set.
+///
+/// The demuxer skips and reads bits and Exp-Golomb codes. The other functions complete the module,
+/// for a reader of more than the first fields of a parameter set; only tests call them.
 #pragma once
 
 #include <cstdint>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// The tag crawler: walks a file tag by tag, forward by the tags' sizes or backward by the
+/// The tag crawler: goes through a file tag by tag, forward by the tags' sizes or backward by the
 /// PreviousTagSize fields, to the tag that a search rule asks for.
 ///
 /// Set a record up with one of the init functions, then call `next` and `check` in turn until
@@ -67,7 +67,8 @@ int zoflvd_crawl_init_reverse_forw(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start,
 int zoflvd_crawl_init_keyfrm(ZOFLVD_CRAWL* crawl, const ZOFLVD_TAG* start,
                              const ZOFLVD_CRAWL_RANGE* range, int direction);
 
-/// Searches the last tag before `*pos_max`, of whatever type, and its time. Always 0.
+/// Searches the last tag before `*pos_max`, of whatever type, and its time. Always 0. Completes the
+/// module: the demuxer takes the duration from the metadata alone, and only tests call this.
 int zoflvd_crawl_init_find_duration(ZOFLVD_CRAWL* crawl, const _ZOCMN_MFAL* mfal, void* fh,
                                     const ZOFLVD_TAG* start, const int64_t* pos_min,
                                     const int64_t* pos_max);

@@ -75,7 +75,7 @@ const void* zoflvd_mblk_elem_first(const ZOFLVD_MBLK* list, ZOFLVD_MBLK_POS* pos
 /// The element after the cursor, which moves there; null, clearing the cursor, at the end.
 const void* zoflvd_mblk_elem_next(const ZOFLVD_MBLK* list, ZOFLVD_MBLK_POS* pos);
 
-/// Element `n`, from 0; null when there are not that many.
+/// Element `n`, from 0; null when there are not that many. Completes the list: only tests call it.
 const void* zoflvd_mblk_elem_nth(const ZOFLVD_MBLK* list, uint32_t n);
 
 /// The block's first element.

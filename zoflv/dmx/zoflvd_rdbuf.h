@@ -26,7 +26,8 @@ struct ZOFLVD_RDBUF {
 int zoflvd_rdbuf_init(ZOFLVD_RDBUF* rb, void* block, int size, const _ZOCMN_MFAL* mfal, void* fh,
                       int clear);
 
-/// Does nothing: the block is the caller's.
+/// Does nothing: the block is the caller's. The counterpart of the set-up, without a caller but
+/// tests.
 void zoflvd_rdbuf_deinit(ZOFLVD_RDBUF* rb);
 
 /// 1 at the end of the block, else 0.

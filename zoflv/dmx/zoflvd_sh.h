@@ -63,5 +63,6 @@ struct ZOFLVD_SH_FILE {
 int zoflvd_sh_init(ZOFLVD_SH* sh, const _ZOCMN_MFAL* mfal, void* file, const ZOFLVD_SH_FILE* in,
                    int strm_indx, uint32_t* fourcc_out);
 
-/// Raises `max_frm_size` of an audio or video stream to `frm_size` bytes.
+/// Raises `max_frm_size` of an audio or video stream to `frm_size` bytes. Completes the record: the
+/// demuxer does not learn of larger frames, and only tests call this.
 void zoflvd_sh_upd(ZOFLVD_SH* sh, int32_t frm_size);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 /// @file
-/// FLV tag headers and the walk from tag to tag (the public FLV format description, "FLV tags").
+/// FLV tag headers and the way from tag to tag (the public FLV format description, "FLV tags").
 #pragma once
 
 #include "zoflv/dmx/zocmn_mfal.h"
@@ -30,7 +30,7 @@ struct ZOFLVD_TAG {
 ///         not be parsed; -6 when the position could not be taken
 int zoflvd_tag_read(const _ZOCMN_MFAL* mfal, void* fh, ZOFLVD_TAG* tag);
 
-/// Walks from `*start` to the first tag of `type` that begins before `*end`, reading headers only.
+/// Goes from `*start` to the first tag of `type` that begins before `*end`, reading headers only.
 /// @param max_tags  tags to examine at most; 0 or less: no limit
 /// @param tag       receives the tag; its `found` tells whether there was one
 /// @return 0 with the file at the tag's data; -1 when there is none; the code of a failed

@@ -51,7 +51,7 @@ int find_start_tag(ZOFLVDS* s, int64_t target, uint8_t* buf, ZOFLVD_TAG* tag)
             scan_end = sh.file_size;
         if (zoflv_file_setpos(&s->mfal, s->fh, est) != 0)
             return zoflvd_fail(3201);
-        // Behind `scan_end` lies what the round before has searched: if there is nothing new, its
+        // From `scan_end` on the round before has searched: if there is nothing new, its
         // tag stays.
         const int rc = zoflvd_scan_bytes(&s->mfal, s->fh, buf, est, scan_end, sh.file_size, tag);
         if (rc == ZOFLV_ERR_FAIL || (rc == ZOFLV_EOF && scan_end == sh.file_size))
@@ -94,22 +94,22 @@ int land(ZOFLVD_CRAWL* crawl, int64_t* out_time)
     return ZOFLV_OK;
 }
 
-// Walks to the tag asked for. 0, or -1 when there is none, which is not logged.
+// Crawls to the tag asked for. 0, or -1 when there is none, which is not logged.
 int crawl_to_time(ZOFLVDS* s, const ZOFLVD_TAG& start, int64_t target, int mode,
                   ZOFLVD_CRAWL* crawl)
 {
-    constexpr int max_walked = 30720; // tags of the stream, per direction
+    constexpr int max_passed = 30720; // tags of the stream, per direction
 
     const ZOFLVD_CRAWL_RANGE range = crawl_range(s);
     if (zoflvd_crawl_init_seek(crawl, &start, &target, &range, mode) != ZOFLV_OK)
         return zoflvd_fail(3205);
     bool turned = false;
-    int walked = 0;
+    int passed = 0;
     int found = crawl->check(crawl);
     while (found == 0) {
         if (step(crawl) != ZOFLV_OK)
             return ZOFLV_ERR_FAIL;
-        if (crawl->cur.type == s->sh.strm_type && ++walked > max_walked)
+        if (crawl->cur.type == s->sh.strm_type && ++passed > max_passed)
             return ZOFLV_ERR_FAIL;
         if (!turned && has_overshot(*crawl, target, mode)) {
             const int rc = mode == ZOFLV_SEEK_PREVIOUS
@@ -118,7 +118,7 @@ int crawl_to_time(ZOFLVDS* s, const ZOFLVD_TAG& start, int64_t target, int mode,
             if (rc != ZOFLV_OK)
                 return zoflvd_fail(3206);
             turned = true;
-            walked = 0;
+            passed = 0;
         }
         found = crawl->check(crawl);
     }
