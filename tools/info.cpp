@@ -18,9 +18,9 @@ std::string codec_name(uint32_t code)
     switch (code) {
     case 0:
         return "unknown";
-    case 0x55:
+    case ZOFLV_FOURCC_MPEG_AUDIO:
         return "MPEG audio";
-    case 0xFF:
+    case ZOFLV_FOURCC_AAC:
         return "AAC";
     default:
         char name[sizeof code];
@@ -120,12 +120,7 @@ Json metadata_json(const FlvFile& file)
 /// @param trouble  receives the reason when the video stream could not be opened for its index
 Json keyframes_json(const FlvFile& file, std::string* trouble)
 {
-    struct Entry { // as zoflvd_get_idx_table() lays them out
-        uint32_t zero, unused;
-        int64_t time;
-    };
-    static_assert(sizeof(Entry) == 16, "the table's entry size");
-    std::vector<Entry> table;
+    std::vector<ZOFLVD_IDX_ENTRY> table;
     for (int i = 0; i < file.info().strm_cnt; ++i) {
         if (file.info().strm_type[i] != FLV_TYPE_VIDEO)
             continue;
