@@ -19,7 +19,7 @@ namespace {
 constexpr uint32_t whole_frames = 4;
 constexpr uint32_t short_buffers = 1;
 
-/// The seed as a file, its bytes cut off behind `length`: in a whole tag, where it is not a file.
+/// The seed as a file, its bytes cut off after `length`: in a whole tag, where it is not a file.
 Bytes file_of(const Seed& seed, size_t length)
 {
     const std::string target = seed.target;
@@ -184,7 +184,7 @@ TEST(Hostile, CostsNoMoreThanItHolds)
              .tag(9, 0, cat({hex("17 01 00 00 00"), Bytes(nals)}))
              .bytes(),
          calls(nals) * 4, 4096},
-        {"zeros behind",
+        {"zeros at the end",
          meta(on_meta_data({two_seconds})).tag(9, 0, frame).raw(Bytes(tail)).bytes(), calls(tail),
          4096},
         {"bytes like tags",

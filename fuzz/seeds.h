@@ -132,7 +132,7 @@ inline std::vector<Seed> seeds()
     };
 }
 
-/// A seed of the target "headers" as a file: its stream's tag and a frame behind it.
+/// A seed of the target "headers" as a file: its stream's tag and a frame after it.
 inline Bytes header_seed_file(const Bytes& seed)
 {
     const uint8_t type = seed[0] & 1 ? 8 : 9;

@@ -39,8 +39,8 @@ inline Found plausible(const Bytes& bytes, int64_t start, int64_t limit)
         if ((type != 8 && type != 9 && type != 18) || be_at(bytes, p + 8, 3) != 0)
             continue;
         const ModelTag tag(bytes, p);
-        const int64_t behind = p + 11 + tag.size;
-        const int64_t prev = behind + 4 < limit ? be_at(bytes, behind, 4) : 0;
+        const int64_t end = p + 11 + tag.size;
+        const int64_t prev = end + 4 < limit ? be_at(bytes, end, 4) : 0;
         if (prev == tag.size + 11 || prev == tag.size + 15)
             return tag;
     }

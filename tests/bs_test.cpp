@@ -105,7 +105,7 @@ TEST(Bs, StartCodesAndEmulationPrevention)
         int dropped;
     } cases[] = {
         {"00 00 01", 0, 0, 3, 3, "", 0},
-        {"AA 00 00 01 65", 12, 0, 4, 3, "65", 0}, // the passed byte is not counted
+        {"AA 00 00 01 65", 12, 0, 4, 3, "65", 0}, // the byte skipped is not counted
         {"25 00 00 03 01 00 00 03", 0, -1, 0, 0, "25 00 00 01 00 00", 2},
         {"00 00 00 03 01", 0, -1, 0, 0, "00 00 00 03 01", 0},
         {"00 00 03 03 00 03", 0, -1, 0, 0, "00 00 03 00 03", 1},

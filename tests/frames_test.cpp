@@ -9,7 +9,7 @@ const std::string csd = "00000001" + to_hex(sps) + "0000000168CE06"; // 18 bytes
 const std::string two_units = "1701000000 00000005 0102030405 00000002 0607";
 const std::string two_frame = "000000010102030405000000010607"; // 15 bytes
 
-/// A configuration, `body` at 40 ms and a unit of one byte at 80 ms: 29 bytes behind `body`.
+/// A configuration, `body` at 40 ms and a unit of one byte at 80 ms: 29 bytes after `body`.
 Bytes avc(const std::string& body, int missing = 0, int len_size = 4)
 {
     FlvBuilder b = flv(1).tag(9, 0, avc_config_tag(avc_record({sps}, {hex("68 CE 06")}, len_size)));
@@ -26,8 +26,8 @@ Bytes pcm(int missing = 0)
 
 struct Case {
     Bytes file;
-    const char* ops;      ///< q: the length; r: read; r14: into 14 bytes; behind ! with the fault,
-                          ///< behind * without memory
+    const char* ops;      ///< q: the length; r: read; r14: into 14 bytes; after ! with the fault,
+                          ///< after * without memory
     std::string expected; ///< the code: frame or, if any, length; and if 0 @time>next in ms
     const char* log;
     MemFile::Kind fault = MemFile::Any;
@@ -88,7 +88,7 @@ TEST(Frames, CodesAndWhatFollows)
         {avc("1701000000 00000009 0102", 30), "q r r", "0:6@40>40 1 1", "#720|#1018|#1146"},
         {avc("1702000000"), "q r r", "1" + one, "#982|#1146"}, // the frame is lost
         {avc("17"), "q r r", "1 1 1", "#1132"},
-        // Faults of the file: before the tag is located, in the frame, behind it.
+        // Faults of the file: before the tag is located, in the frame, after it.
         {units, "!q q", "1 0:15@40>40", "#804", MemFile::GetPos, 0},
         {units, "r !r r r", "0:" + two_frame + "@40>80 1" + one, "#789", MemFile::GetPos, 0},
         {units, "!q q", "1 0:15@40>40", "#2595", MemFile::SetPos, 0},
@@ -145,7 +145,7 @@ TEST(Frames, BrokenState)
 TEST(Frames, Cost)
 {
     FlvBuilder b = flv(5).tag(9, 0, config);
-    for (int i = 0; i < 16; ++i) // three audio tags behind each picture
+    for (int i = 0; i < 16; ++i) // three audio tags after each picture
         b.tag(i % 4 ? 8 : 9, 0, hex(i % 4 ? "0E 0102030405" : two_units));
     // Stream, reads, bytes, reads for the length alone.
     // AVC: packet type, composition time, 2 x (length, unit), PreviousTagSize, 3 foreign tags and

@@ -52,7 +52,7 @@ TEST(Headers, Video)
         {video(h263(2, {}, 64) + "/" + h263(4, {}, 33)), "FLV1 128x96 18432", "sh #*"},
         {video(h263(2, {}, 34) + "/" + h263(6)), "FLV1 160x120 28800",
          "= W zoflvd_h263: unsupported h.263 version 2|sh #*"},
-        // Screen video: 3, 160, 3, 120; for the second version behind another byte.
+        // Screen video: 3, 160, 3, 120; for the second version after another byte.
         {video("16 00 30A0 3078"), "scr2 224x184 61824", ""},
         {video("/13 30A0 3078"), "scrn 224x184 61824", "rb #157|rb #200|sh #*"},
         // VP6: adjustment, frame header, encoded rows and columns, displayed rows and columns.
@@ -132,7 +132,7 @@ TEST(Headers, Audio)
 
 TEST(Headers, SearchesAHundredTagsAndTellsRates)
 {
-    // Video tags before the configuration, audio tags behind each, whether it is found.
+    // Video tags before the configuration, audio tags after each, whether it is found.
     const int cases[][3] = {{99, 0, 1}, {100, 0, 0}, {49, 1, 1}, {50, 1, 0}};
     const auto num = [](const char* name, double value) { return amf_prop(name, amf_num(value)); };
     for (const auto& [units, foreign, found] : cases) {
@@ -144,7 +144,7 @@ TEST(Headers, SearchesAHundredTagsAndTellsRates)
         const ZOFLVD_SH& sh = d.h->sh[0];
         EXPECT_EQ(values(sh.width, sh.csd != nullptr), values(found ? 64 : 8, found)) << units;
         const size_t next = b.tags().size() - (found ? 1 : foreign ? 3 : 2);
-        const auto pos = static_cast<int64_t>(b.tags()[next].pos); // behind the last one examined
+        const auto pos = static_cast<int64_t>(b.tags()[next].pos); // after the last one examined
         EXPECT_EQ(values(sh.first_tag_pos, sh.data_start), values(pos, pos));
         EXPECT_EQ(values(sh.frm_cnt, sh.frame_rate, sh.byte_rate), values(257, 25, 389 * 25));
         EXPECT_EQ(sh.data_len, static_cast<int64_t>(b.size()) - pos);

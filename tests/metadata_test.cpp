@@ -152,7 +152,7 @@ TEST(Metadata, Failures)
         "md read_property_header() failed|" + warned("read_property_header() failed");
     const struct {
         Bytes file;
-        int rc, moved; // how far next_pos lies behind the tag's start; 0: not written
+        int rc, moved; // how far next_pos is after the tag's start; 0: not written
         std::string log;
     } cases[] = {
         {tag(good, 8), 0, 0, warned("flv file doesn't have metadata as first tag")},

@@ -137,7 +137,7 @@ TEST(Extractor, InitialisesOnceAndLate)
             EXPECT_EQ(log.lines, lines);
         }
     }
-    // The index begins behind the end of the file: no stream to probe. The audio track stays.
+    // The index begins after the end of the file: no stream to probe. The audio track stays.
     const auto cut = open(flv_of(AAC, {KEY}, false, {1e6}));
     EXPECT_EQ(cut->count_tracks(), 0u);
     EXPECT_EQ(cut->count_tracks(), 1u);

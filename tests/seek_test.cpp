@@ -13,7 +13,7 @@ struct Case {
     size_t cut = 0; // bytes cut off the file
 };
 
-/// Words: a seek mode@ms, or a mode for one without a time, r a read or q a length query, and behind
+/// Words: a seek mode@ms, or a mode for one without a time, r a read or q a length query, and after
 /// = the number of the tag landed on or read, the result as r-3, or z for a 1 without a file call.
 /// In front of a seek f and what fails: S setpos, G getpos, R read, by number.
 void run(const Case& c)
@@ -88,7 +88,7 @@ TEST(Seek, Words)
         {"K0*0 P40:3000 K2000:50*-5,-10001 P2040 P2080", "1@40=r-3", lost},
         {"K0*0 P40:3000 K2000:50*-5,10000 P2040 P2080", "0@2040=2"},
         {"K0*0 P40:3000 K2000:50*-5,10001 P2040 P2080", "0@2040=r-3", lost},
-        {"K0*0 P40:3000 K2000:50*-5,-10000 P2040 P2080", "0@1999.5=r-3", lost}, // behind the time
+        {"K0*0 P40:3000 K2000:50*-5,-10000 P2040 P2080", "0@1999.5=r-3", lost}, // after the time
         {dense, "0@2040=r-3", lost}, // other tags come first
         {dense, "0@2040=2 1@39=0", "", 4000},
         {"K0:40*1 K2000:40 P2040 P2080", "0@1=0"},                     // near the start

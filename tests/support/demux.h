@@ -17,8 +17,8 @@
 #include <memory>
 #include <sstream>
 
-/// Log lines from texts separated by '|': errors of "zoflvd", behind "sh ", "rb " or "md " those of
-/// "zoflvd_sh", "_rdbuf" or "_metadata", behind "W " warnings of "zoflvd", behind "= " a whole line;
+/// Log lines from texts separated by '|': errors of "zoflvd", after "sh ", "rb " or "md " those of
+/// "zoflvd_sh", "_rdbuf" or "_metadata", after "W " warnings of "zoflvd", after "= " a whole line;
 /// "cut" is what a block that the file cannot fill logs.
 inline LogCapture::Lines lines(const std::string& texts)
 {
@@ -101,7 +101,7 @@ struct Dmx {
 struct OpenCase {
     Bytes file;
     std::string expected; ///< Dmx::text()
-    std::string log;      ///< behind an error the open's own last line follows
+    std::string log;      ///< after an error the open's own last line follows
     int nth_alloc = -1;   ///< this allocation fails
     MemFile::Kind fault = MemFile::Any;
 };
@@ -120,7 +120,7 @@ inline void run(const std::vector<OpenCase>& cases)
     }
 }
 
-/// A stream of a demuxer of its own; the counts of the file start behind its open.
+/// A stream of a demuxer of its own; the counts of the file start after its open.
 struct Strm : Dmx {
     explicit Strm(const Bytes& data, int indx = 0) : Dmx(data), s(zoflvds_open(h, indx, &err))
     {

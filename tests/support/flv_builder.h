@@ -25,7 +25,7 @@ std::vector<int64_t> values(const T&... numbers)
     return {static_cast<int64_t>(numbers)...};
 }
 
-/// "17 00 FF"; blanks are passed over.
+/// "17 00 FF"; blanks are skipped.
 inline Bytes hex(std::string_view digits)
 {
     std::string packed;
@@ -257,7 +257,7 @@ public:
         return *this;
     }
 
-    /// Puts an onMetaData tag behind the 13 bytes of the file header, with a keyframe index that
+    /// Puts an onMetaData tag after the 13 bytes of the file header, with a keyframe index that
     /// lists every key tag where it then stands. Called last.
     FlvBuilder& indexed(std::vector<Bytes> props = {})
     {

@@ -6,8 +6,8 @@
 #include "tests/support/demux.h"
 
 /// A file header and tags: K a video keyframe, P another video frame, A audio, S a script, each with
-/// its time in ms; behind a colon a body size other than 2 bytes; behind a star the distance of the
-/// tag's index entry from it, in bytes and, behind a comma, in 100 ns: "S0 K40*0 A40:900 K80*-5,9".
+/// its time in ms; after a colon a body size other than 2 bytes; after a star the distance of the
+/// tag's index entry from it, in bytes and, after a comma, in 100 ns: "S0 K40*0 A40:900 K80*-5,9".
 inline FlvBuilder short_file(const std::string& text, std::vector<ZOFLVD_KF>* index = nullptr)
 {
     FlvBuilder flv;
@@ -39,7 +39,7 @@ inline LogCapture::Lines logged(const std::string& texts)
     return out;
 }
 
-/// A stream of an unknown codec whose data begins behind the file header.
+/// A stream of an unknown codec whose data begins after the file header.
 struct BareStrm {
     explicit BareStrm(const Bytes& bytes, uint8_t type = 9, int64_t duration = 0,
                       const std::vector<ZOFLVD_KF>& index = {})
