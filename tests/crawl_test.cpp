@@ -25,15 +25,17 @@ int64_t pos(int i)
 struct Crawl : BareStrm {
     using BareStrm::BareStrm;
 
-    /// r reverse, f reverse forward, d duration
-    int set_up(char by, const ZOFLVD_TAG& start, int64_t target_ms)
+    /// s seek, r reverse, f reverse forward, k keyframe, d duration
+    int set_up(char by, const ZOFLVD_TAG& start, int64_t target_ms, int mode)
     {
         const int64_t target = target_ms * MS;
         const int64_t end = s.sh.data_start + s.sh.data_len;
         std::fill_n(reinterpret_cast<uint8_t*>(&c), sizeof c, uint8_t{0xEE});
         const ZOFLVD_CRAWL_RANGE range = {&s.mfal, s.fh, s.sh.strm_type, s.sh.data_start, end};
-        return by == 'r'   ? zoflvd_crawl_init_reverse(&c, &start, &target, &range)
+        return by == 's'   ? zoflvd_crawl_init_seek(&c, &start, &target, &range, mode)
+               : by == 'r' ? zoflvd_crawl_init_reverse(&c, &start, &target, &range)
                : by == 'f' ? zoflvd_crawl_init_reverse_forw(&c, &start, &target, &range)
+               : by == 'k' ? zoflvd_crawl_init_keyfrm(&c, &start, &range, mode)
                            : zoflvd_crawl_init_find_duration(&c, &s.mfal, s.fh, &start,
                                                              &s.sh.data_start, &end);
     }
@@ -48,35 +50,78 @@ struct Crawl : BareStrm {
     ZOFLVD_CRAWL c;
 };
 
-TEST(Crawl, KeepsToItsBoundsAndTrustsNoPreviousTagSize)
+enum { found = 0, at_once = 1, none = 2 };
+
+TEST(Crawl, Answers)
 {
     const struct {
         char by;
         uint8_t type;
-        int start, target_ms, answer; // numbers of tags
+        int mode, start, target_ms, answer; // the start negative: its flags are set
+        int how = found; // at_once: so is the start; none: the crawler stays there
         int64_t pos_min = 13, pos_max = file_end;
         int64_t prev_size = 13; // the field in front of tag 5
-        bool found = true;      // else the crawler stays at `answer`
     } cases[] = {
-        {'d', 8, 0, 0, 10},
-        {'d', 8, 0, 0, 6, 13, pos(7)},
-        {'d', 8, -8, 0, 8, 13, pos(7)},
-        {'f', 9, 7, 999, 8, 13, pos(9), 13, false},
-        {'f', 9, 7, 999, 9, 13, pos(9) + 1, 13, false},
-        {'f', 9, 1, 999, 8, pos(5), pos(9), 13, false},
-        {'f', 9, 1, 999, 1, 13, 12, 13, false},
-        {'r', 9, 7, -9, 5, pos(5), pos(9)},
-        {'r', 9, 7, -9, 6, pos(5) + 1, pos(9)},
-        {'r', 9, 7, -9, 5, pos(5) - 4, pos(9)},
-        {'r', 9, 9, -9, 0, 13, 12},
-        {'r', 9, 9, -9, 5, 13, file_end, 0},
-        {'r', 9, 9, -9, 5, 13, file_end, pos(5) - 4 - 12},
-        {'r', 9, 9, 300, 5, 13, file_end, pos(5) - 4 - 12},
-        {'r', 9, 9, -9, 5, 13, file_end, 0xFFFFFFFF},
-        {'r', 9, 9, -9, 0, 13, file_end, pos(5) - 4 - 13},
+        {'s', 8, 0, 2, 130, 6},
+        {'s', 8, 1, 2, 120, 4},
+        {'s', 8, 0, 0, 10, 0},
+        {'s', 8, 0, 2, 41, 2},
+        {'s', 8, 0, 8, 201, 10, none},
+        {'s', 8, 1, 8, 119, 4},
+        {'s', 8, 0, 6, 120, 4, at_once},
+        {'s', 8, 0, 4, -1, 0},
+        {'s', 9, 1, 1, 90, 5},
+        {'s', 9, 1, -1, 120, 5},
+        {'s', 9, 1, -1, 201, 10, none},
+        {'s', 9, 1, 10, 100, 5},
+        {'s', 9, 1, 10, 120, 9},
+        {'s', 9, 1, 7, 130, 5},
+        {'s', 9, 1, 3, -1, 1},
+        {'s', 9, 1, 1, -1, 1},
+        {'s', 9, 0, 1, 170, 5},
+        {'s', 9, 2, -1, 120, 1},
+        {'s', 9, 0, -1, 70, 1},
+        {'s', 9, 0, 1, 70, 5},
+        {'s', 9, 3, -1, 201, 10, none},
+        {'s', 9, 0, 9, 199, 5},
+        {'s', 9, 2, 9, 120, 5},
+        {'s', 9, 0, -9, 200, 5, at_once},
+        {'s', 9, 0, -9, 39, 0},
+        {'s', 9, 1, -9, 200, 9},
+        {'r', 9, 0, 9, 119, 1},
+        {'r', 9, 0, 1, 500, 0},
+        {'r', 8, 0, 8, 500, 6, at_once},
+        {'f', 9, 0, 3, 60, 5},
+        {'f', 9, 0, 5, -1, 9},
+        {'f', 8, 0, 2, 90, 4},
+        {'k', 9, 1, 1, 0, 5},
+        {'k', 9, 1, -9, 0, 10, none | at_once},
+        {'k', 9, 2, 9, 0, 5},
+        {'k', 9, 0, 1, 0, 0, none},
+        {'k', 8, 1, -5, 0, 6},
+        {'k', 8, -1, 6, 0, 4},
+        {'d', 8, 0, 0, 0, 10},
+        {'d', 8, 0, 9, 0, 10},
+        {'d', 8, 0, -10, 0, 10},
+        // Bounds and PreviousTagSize.
+        {'d', 8, 0, 0, 0, 6, found, 13, pos(7)},
+        {'d', 8, 0, -8, 0, 8, found, 13, pos(7)},
+        {'f', 9, 0, 7, 999, 8, none, 13, pos(9)},
+        {'f', 9, 0, 7, 999, 9, none, 13, pos(9) + 1},
+        {'f', 9, 0, 1, 999, 8, none, pos(5), pos(9)},
+        {'f', 9, 0, 1, 999, 1, none, 13, 12},
+        {'r', 9, 0, 7, -9, 5, found, pos(5), pos(9)},
+        {'r', 9, 0, 7, -9, 6, found, pos(5) + 1, pos(9)},
+        {'r', 9, 0, 7, -9, 5, found, pos(5) - 4, pos(9)},
+        {'r', 9, 0, 9, -9, 0, found, 13, 12},
+        {'r', 9, 0, 9, -9, 5, found, 13, file_end, 0},
+        {'r', 9, 0, 9, -9, 5, found, 13, file_end, pos(5) - 4 - 12},
+        {'r', 9, 0, 9, 300, 5, found, 13, file_end, pos(5) - 4 - 12},
+        {'r', 9, 0, 9, -9, 5, found, 13, file_end, 0xFFFFFFFF},
+        {'r', 9, 0, 9, -9, 0, found, 13, file_end, pos(5) - 4 - 13},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(&c - cases);
+        SCOPED_TRACE("row " + std::to_string(&c - cases));
         Bytes bytes = flv.bytes();
         const Bytes prev = be(static_cast<uint64_t>(c.prev_size), 4);
         std::copy(prev.begin(), prev.end(), &bytes[static_cast<size_t>(pos(5)) - 4]);
@@ -84,14 +129,16 @@ TEST(Crawl, KeepsToItsBoundsAndTrustsNoPreviousTagSize)
         t.s.sh.data_start = c.pos_min;
         t.s.sh.data_len = c.pos_max - c.pos_min;
         LogCapture log;
-        ASSERT_EQ(t.set_up(c.by, tag(c.start), c.target_ms), 0);
-        EXPECT_EQ(t.drive(), c.found ? 2 : 1);
-        EXPECT_EQ(t.c.setpos(&t.c), c.found ? 0 : -1);
-        EXPECT_EQ(c.found ? t.file.tell() : t.c.cur.pos, pos(c.answer));
-        if (c.found) {
+        ASSERT_EQ(t.set_up(c.by, tag(c.start), c.target_ms, c.mode), 0);
+        EXPECT_EQ(t.file.calls(), 0);
+        EXPECT_EQ(t.c.check(&t.c), c.how & at_once ? 2 : 0);
+        EXPECT_EQ(t.drive(), c.how & none ? 1 : 2);
+        EXPECT_EQ(t.c.setpos(&t.c), c.how & none ? -1 : 0);
+        EXPECT_EQ(c.how & none ? t.c.cur.pos : t.file.tell(), pos(c.answer));
+        if (!(c.how & none)) {
             EXPECT_EQ(t.c.result, tag(c.answer).timestamp);
         }
-        EXPECT_TRUE(log.is(logged(c.found ? "" : "C")));
+        EXPECT_TRUE(log.is(logged(c.how & none ? "C" : "")));
     }
 }
 
