@@ -142,4 +142,48 @@ TEST(Crawl, Answers)
     }
 }
 
+TEST(Crawl, Failures)
+{
+    LogCapture log;
+    const auto fails = [&log](char by, int mode, MemFile::Kind fault, int nth, int result,
+                              const char* expected) {
+        SCOPED_TRACE(::testing::Message() << by << mode << ", " << fault << " " << nth);
+        Crawl t(flv.bytes());
+        t.set_up(by, tag(4), 0, mode);
+        t.file.fail(fault, nth, false, result);
+        EXPECT_EQ(t.c.next(&t.c), -1);
+        EXPECT_TRUE(log.is(logged(expected)));
+    };
+    fails('k', 1, MemFile::SetPos, 0, 0, "C");
+    fails('k', 1, MemFile::GetPos, 0, 0, "ZOFLV_ERR_FILEIO.|C");
+    fails('k', 1, MemFile::Read, 0, 10, "cut|C");
+    fails('k', 1, MemFile::Read, 1, 0, "C"); // the first byte of the body
+    fails('k', 0, MemFile::SetPos, 0, 0, "");
+    fails('k', 0, MemFile::Read, 0, 3, "");
+    fails('k', 0, MemFile::SetPos, 1, 0, "C");
+    fails('k', 0, MemFile::Read, 1, 10, "cut|C");
+    fails('k', 0, MemFile::Read, 2, -1, "C");
+    fails('d', 0, MemFile::SetPos, 0, 0, "C");
+    fails('d', 0, MemFile::Read, 0, 10, "cut|C");
+
+    Crawl t(flv.bytes(), 18);
+    for (const char by : {'s', 'r', 'f', 'k'})
+        EXPECT_EQ(t.set_up(by, tag(4), 0, 1), by == 'k' ? 0 : -1);
+    EXPECT_TRUE(log.is(logged("C|C|C")));
+    t.set_up('d', tag(10), 0, 0);
+    EXPECT_EQ(t.drive(), 2);
+    EXPECT_EQ(t.c.setpos(&t.c), -1); // knows no tag
+    EXPECT_TRUE(log.is({}));
+    t.s.sh.strm_type = 9;
+    for (const int mode : {0, 1, 2}) { // each way of positioning, before and at an answer
+        t.set_up(mode == 2 ? 'd' : 's', tag(-1), 100, mode);
+        EXPECT_EQ(t.c.setpos(&t.c), mode == 2 ? 0 : -1);
+        EXPECT_EQ(t.drive(), 2);
+        t.file.reset().fail(MemFile::SetPos, 0);
+        EXPECT_EQ(t.c.setpos(&t.c), -1);
+        EXPECT_TRUE(log.is(logged(mode == 2 ? "C" : "C|C")));
+        t.file.reset();
+    }
+}
+
 } // namespace

@@ -194,6 +194,27 @@ TEST(Seek, EstimatesAnOffset)
     }
 }
 
+TEST(Seek, TagSearchFailures)
+{
+    // First, a header whose PreviousTagSize lies outside the window.
+    MemFile file(cat({hex("08 001000 00000000 000000"), Bytes(9000, 0x55)}));
+    LogCapture log;
+    const auto fails = [&](MemFile::Kind fault, int nth, int64_t start, const char* checked) {
+        uint8_t buf[2048];
+        ZOFLVD_TAG tag;
+        void* fh = file.seek(start).reset().fail(fault, nth, false, 3).fh();
+        EXPECT_EQ(zoflvds_seek_bytestream_tag(file.mfal(), fh, buf, start, 8000, &tag), -1);
+        EXPECT_TRUE(log.is(lines(std::string("#*|frm search: ") + checked +
+                                 " bytes checked|zoflvds_seek_bytestream_tag() failed")));
+    };
+    fails(MemFile::GetPos, 0, 0, "0");
+    fails(MemFile::GetPos, 1, 0, "0");
+    fails(MemFile::SetPos, 0, 0, "0");
+    fails(MemFile::SetPos, 1, 0, "0");
+    fails(MemFile::Read, 1, 0, "0");
+    fails(MemFile::Read, 1, 9, "2038");
+}
+
 TEST(Seek, CrawlsOverSoManyTags)
 {
     for (const int inter : {30719, 30720}) {
