@@ -28,6 +28,9 @@ for sample in "$samples"/*.flv; do
     expect 0 frames -v --demuxer "$sample"; expect 0 seek --json --mode all "$sample" 0 1.2 0:00:02.5 1:00:00
     # What comes through the plugin is what the demuxer reads, but for the unit of time.
     expect 0 frames --json "$sample"
+    awk -F '[:,]' '{ n[$2]++; b[$2] += $10 } END { for (t = 0; t in n; t++) print t, n[t], b[t] }' "$tmp/out" >"$tmp/sums"
+    expect 0 frames --summary "$sample"; sed 1d "$tmp/out" | awk '{ print $1, $2, $3 }' | cmp - "$tmp/sums" || fail "other sums"
+    expect 0 frames --json "$sample"
     sed 's/"track"/"stream"/; s/_us":\([1-9][0-9]*\),"dur/_us":\10,"dur/; s/"time_us"/"time"/
         s/"duration_us":[a-z0-9]*,"size"/"length"/' "$tmp/out" >"$name.plugin"
     expect 0 frames --demuxer --json "$sample"

@@ -15,6 +15,7 @@ struct FramesOptions {
     bool demuxer = false;
     int stream = -1; ///< of the demuxer; -1: all
     int track = -1;  ///< of the plugin; -1: all
+    bool summary = false;
     bool json = false;
 };
 
@@ -25,14 +26,23 @@ struct Frame {
     std::optional<int64_t> next; ///< as the layout says
 };
 
-/// What a listing shows, and under which names.
+/// What is shown, and under which names.
 struct Layout {
     const char *stream, *time, *next, *size;
     const char* next_heading;
-    int64_t ticks; ///< 100-ns units in a unit of time
+    const char *first, *last; ///< of a summary
+    int64_t ticks;            ///< 100-ns units in a unit of time
 };
-constexpr Layout demuxer_layout = {"stream", "time", "next_time", "length", "next (s)", 1};
-constexpr Layout plugin_layout = {"track", "time_us", "duration_us", "size", "duration (s)", 10};
+constexpr Layout demuxer_layout = {"stream",   "time",       "next_time", "length",
+                                   "next (s)", "first_time", "last_time", 1};
+constexpr Layout plugin_layout = {"track",        "time_us",  "duration_us", "size",
+                                  "duration (s)", "first_us", "last_us",     10};
+
+/// What the frames of a stream come to.
+struct Totals {
+    int64_t frames = 0, bytes = 0;
+    std::optional<int64_t> first, last; ///< times, in the order of the file
+};
 
 /// Reads the next frame of a stream or track. Returns ZOFLV_OK, ZOFLV_EOF at the end of the stream,
 /// or what reason() explains.
@@ -102,37 +112,108 @@ std::string trouble(const ReadFrame& read, int rc, LogTap& log)
     return rc == ZOFLV_EOF ? log.cause() : reason(rc, log);
 }
 
+// Rows are put together without the heap: a recording of a few hours has a million.
+
+void add_member(Line* line, const char* name, std::optional<int64_t> number)
+{
+    line->add(line->size() == 0 ? "{\"" : ",\"").add(name).add("\":");
+    if (number)
+        line->add(*number);
+    else
+        line->add("null");
+}
+
+void add_number(Line* line, size_t width, int64_t number)
+{
+    const size_t start = line->size();
+    line->add(number).align(start, width);
+}
+
+void add_time(Line* line, size_t width, const Layout& layout, std::optional<int64_t> time)
+{
+    const size_t start = line->size();
+    if (time)
+        line->add_seconds(*time * layout.ticks);
+    else
+        line->add("-");
+    line->align(start, width);
+}
+
 void print_frame(const Layout& layout, int stream, int64_t index, const Frame& frame, bool json)
 {
-    const uLong crc = crc32_z(0, frame.data, frame.size);
-    const std::string crc_text = textf("%08lx", crc);
-    if (json)
-        put_line({{layout.stream, stream},
-                  {"index", index},
-                  {layout.time, frame.time},
-                  {layout.next, frame.next ? Json(*frame.next) : Json(nullptr)},
-                  {layout.size, frame.size},
-                  {"crc32", crc_text}});
+    const auto crc = static_cast<uint32_t>(crc32_z(0, frame.data, frame.size));
+    const auto size = static_cast<int64_t>(frame.size);
+    Line line;
+    if (json) {
+        add_member(&line, layout.stream, stream);
+        add_member(&line, "index", index);
+        add_member(&line, layout.time, frame.time);
+        add_member(&line, layout.next, frame.next);
+        add_member(&line, layout.size, size);
+        put(line.add(",\"crc32\":\"").add_hex(crc).add("\"}\n").text());
+        return;
+    }
+    add_number(&line, 6, stream);
+    add_number(&line, 9, index);
+    add_time(&line, 17, layout, frame.time);
+    add_time(&line, 17, layout, frame.next);
+    add_number(&line, 11, size);
+    put(line.add("  ").add_hex(crc).add("\n").text());
+}
+
+void print_totals(const Layout& layout, int stream, const Totals& totals, bool json)
+{
+    Line line;
+    if (json) {
+        add_member(&line, layout.stream, stream);
+        add_member(&line, "frames", totals.frames);
+        add_member(&line, "bytes", totals.bytes);
+        add_member(&line, layout.first, totals.first);
+        add_member(&line, layout.last, totals.last);
+        put(line.add("}\n").text());
+        return;
+    }
+    add_number(&line, 6, stream);
+    add_number(&line, 9, totals.frames);
+    add_number(&line, 15, totals.bytes);
+    add_time(&line, 17, layout, totals.first);
+    add_time(&line, 17, layout, totals.last);
+    put(line.add("\n").text());
+}
+
+void print_heading(const Layout& layout, bool summary)
+{
+    if (summary)
+        put(textf("%6s %8s %14s %16s %16s\n", layout.stream, "frames", "bytes", "first (s)",
+                  "last (s)"));
     else
-        put(textf("%6d %8lld %16s %16s %10zu  %s\n", stream, static_cast<long long>(index),
-                  seconds(frame.time * layout.ticks).c_str(),
-                  frame.next ? seconds(*frame.next * layout.ticks).c_str() : "-", frame.size,
-                  crc_text.c_str()));
+        put(textf("%6s %8s %16s %16s %10s  %s\n", layout.stream, "index", "time (s)",
+                  layout.next_heading, layout.size, "crc32"));
 }
 
 /// Prints the frames of one stream. Throws Failure where reading ends before the stream does.
-void list_frames(const ReadFrame& read, const Layout& layout, int stream, bool json, LogTap& log)
+void list_frames(const ReadFrame& read, const Layout& layout, int stream,
+                 const FramesOptions& options, LogTap& log)
 {
-    int64_t count = 0;
+    Totals totals;
     Frame frame{};
     int rc = ZOFLV_OK;
-    for (; (rc = read(&frame)) == ZOFLV_OK; ++count)
-        print_frame(layout, stream, count, frame, json);
+    for (; (rc = read(&frame)) == ZOFLV_OK; ++totals.frames) {
+        if (!options.summary)
+            print_frame(layout, stream, totals.frames, frame, options.json);
+        totals.bytes += static_cast<int64_t>(frame.size);
+        totals.last = frame.time;
+        if (!totals.first)
+            totals.first = frame.time;
+    }
+    if (options.summary)
+        print_totals(layout, stream, totals, options.json);
     const std::string why = trouble(read, rc, log);
     if (!why.empty())
-        throw Failure(EXIT_BAD_FILE, textf("%s %d: reading ended behind %lld frames: ",
-                                           layout.stream, stream, static_cast<long long>(count)) +
-                                         why);
+        throw Failure(EXIT_BAD_FILE,
+                      textf("%s %d: reading ended behind %lld frames: ", layout.stream, stream,
+                            static_cast<long long>(totals.frames)) +
+                          why);
 }
 
 /// The frames of one track or stream, or of all one after the other.
@@ -148,14 +229,14 @@ int run_frames(const FramesOptions& options, const PluginPtr& plugin, LogTap& lo
     const Layout& layout = file ? demuxer_layout : plugin_layout;
     const int count = file ? file->info().strm_cnt : static_cast<int>(extractor->count_tracks());
     const auto chosen = select_numbers(layout.stream, file ? options.stream : options.track, count);
+    buffer_output();
     if (!options.json)
-        put(textf("%6s %8s %16s %16s %10s  %s\n", layout.stream, "index", "time (s)",
-                  layout.next_heading, layout.size, "crc32"));
+        print_heading(layout, options.summary);
     int worst = EXIT_FINE;
     for (const int i : chosen) // behind one that is damaged the other may be sound
         attempt(&worst, options.file, [&] {
             list_frames(file ? stream_reader(*file, i) : track_reader(*extractor, i, log), layout,
-                        i, options.json, log);
+                        i, options, log);
         });
     return worst;
 }
@@ -165,9 +246,10 @@ int run_frames(const FramesOptions& options, const PluginPtr& plugin, LogTap& lo
 Command add_frames(CLI::App& app)
 {
     constexpr Help help = {
-        "Every frame's time, duration, size and CRC-32",
+        "Every frame's time, duration, size and CRC-32; or what they come to",
         "  zoflv frames recording.flv\n"
         "  zoflv frames --json --track 0 recording.flv | jq .size\n"
+        "  zoflv frames --summary recording.flv      one line for each track\n"
         "  zoflv frames --demuxer recording.flv      without the plugin",
         "",
     };
@@ -181,6 +263,8 @@ Command add_frames(CLI::App& app)
     add_number(command, "--stream", &options->stream, "Only this one, with --demuxer")
         ->needs(demuxer);
     demuxer->excludes(track);
+    command->add_flag("--summary", options->summary,
+                      "Read them all, show only their number, bytes and times");
     add_json(command, &options->json);
     return {command, [options](Session& session) {
                 const PluginPtr plugin = options->demuxer ? nullptr : session.plugin();

@@ -2,9 +2,12 @@
 #include "tools/output.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <new>
+#include <unistd.h>
 
 std::string textf(const char* format, ...)
 {
@@ -31,15 +34,7 @@ std::string printable(std::string_view text, bool ascii)
 
 std::string seconds(int64_t ticks)
 {
-    constexpr uint64_t per_second = 10000000;
-    const uint64_t size =
-        ticks < 0 ? uint64_t{0} - static_cast<uint64_t>(ticks) : static_cast<uint64_t>(ticks);
-    std::string text = textf("%s%llu.%07llu", ticks < 0 ? "-" : "",
-                             static_cast<unsigned long long>(size / per_second),
-                             static_cast<unsigned long long>(size % per_second));
-    for (int spare = 4; spare > 0 && text.back() == '0'; --spare)
-        text.pop_back();
-    return text;
+    return std::string(Line().add_seconds(ticks).text());
 }
 
 std::string hex(const uint8_t* bytes, size_t count)
@@ -54,6 +49,56 @@ std::string hex(const uint8_t* bytes, size_t count)
     return text;
 }
 
+Line& Line::add(std::string_view text)
+{
+    const size_t n = std::min(text.size(), sizeof m_text - m_size);
+    std::memcpy(m_text + m_size, text.data(), n);
+    m_size += n;
+    return *this;
+}
+
+Line& Line::add(int64_t number)
+{
+    char digits[20]; // INT64_MIN has 19 and a sign
+    const auto end = std::to_chars(digits, digits + sizeof digits, number);
+    return add({digits, static_cast<size_t>(end.ptr - digits)});
+}
+
+Line& Line::add_seconds(int64_t ticks)
+{
+    constexpr uint64_t per_second = 10000000;
+    constexpr size_t least_decimals = 3;
+    const uint64_t size =
+        ticks < 0 ? uint64_t{0} - static_cast<uint64_t>(ticks) : static_cast<uint64_t>(ticks);
+    char decimals[8] = {'.'};
+    size_t used = sizeof decimals;
+    for (uint64_t rest = size % per_second, i = used; i-- > 1; rest /= 10)
+        decimals[i] = static_cast<char>('0' + rest % 10);
+    while (used > 1 + least_decimals && decimals[used - 1] == '0')
+        --used;
+    add(ticks < 0 ? "-" : "");
+    return add(static_cast<int64_t>(size / per_second)).add({decimals, used});
+}
+
+Line& Line::add_hex(uint32_t number)
+{
+    char digits[8];
+    for (size_t i = sizeof digits; i-- > 0; number >>= 4)
+        digits[i] = "0123456789abcdef"[number & 0x0F];
+    return add({digits, sizeof digits});
+}
+
+Line& Line::align(size_t start, size_t width)
+{
+    const size_t length = m_size - start;
+    if (length >= width || width - length > sizeof m_text - m_size)
+        return *this;
+    std::memmove(m_text + start + (width - length), m_text + start, length);
+    std::memset(m_text + start, ' ', width - length);
+    m_size = start + width;
+    return *this;
+}
+
 namespace {
 
 [[noreturn]] void output_failed()
@@ -62,6 +107,13 @@ namespace {
 }
 
 } // namespace
+
+void buffer_output()
+{
+    static char buffer[1 << 16];
+    if (::isatty(STDOUT_FILENO) == 0)
+        std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
+}
 
 void put(std::string_view text)
 {

@@ -49,6 +49,30 @@ std::string seconds(int64_t ticks);
 /// Two lower-case digits for each byte.
 std::string hex(const uint8_t* bytes, size_t count);
 
+/// A line in the making, for listings: takes no memory from the heap. Text that does not fit is cut.
+class Line {
+public:
+    Line& add(std::string_view text);
+    Line& add(int64_t number);
+    /// As seconds() gives it.
+    Line& add_seconds(int64_t ticks);
+    /// Eight lower-case hexadecimal digits.
+    Line& add_hex(uint32_t number);
+    /// Moves what was added since `start`, a size(), to the right, so that it ends `width` columns after
+    /// it, or more when it is longer.
+    Line& align(size_t start, size_t width);
+
+    size_t size() const { return m_size; }
+    std::string_view text() const { return {m_text, m_size}; }
+
+private:
+    char m_text[512]; // longer than any line of a listing
+    size_t m_size = 0;
+};
+
+/// Writes stdout in large pieces, for a long listing; before anything was written. A terminal goes on
+/// getting line by line.
+void buffer_output();
 /// Writes to stdout. Throws OutputFailure when that fails.
 void put(std::string_view text);
 /// Writes one JSON value and a line end; bytes that are no UTF-8 become replacement characters.
