@@ -132,7 +132,9 @@ media_status_t BufferGroup::acquire(CMediaBuffer** out, bool non_blocking, size_
     while (!buffer) {
         if (non_blocking || std::none_of(m_buffers.begin(), m_buffers.end(), fits))
             return AMEDIA_ERROR_UNKNOWN;
+        ++m_waiting;
         m_returned.wait(lock);
+        --m_waiting;
         buffer = find_free(requested);
     }
     buffer->out = true;
@@ -150,7 +152,8 @@ void BufferGroup::release(Buffer* buffer)
         __android_log_assert("out", "BufferGroup", "buffer released twice");
     buffer->out = false;
     // Under the lock: the group may be destroyed as soon as it is released.
-    group->m_returned.notify_all();
+    if (group->m_waiting > 0)
+        group->m_returned.notify_all();
 }
 
 void BufferGroup::fail_acquires(int count)

@@ -40,37 +40,23 @@ public:
     void operator()(Window* window) const { window->taken.store(false, std::memory_order_release); }
 };
 
-void FileWindows::Counters::add_to(ReadCounts* sum) const
-{
-    sum->reads += reads.load(RELAXED);
-    sum->bytes += bytes.load(RELAXED);
-    sum->system_reads += system_reads.load(RELAXED);
-    sum->system_bytes += system_bytes.load(RELAXED);
-}
-
-void FileWindows::Counters::add(const ReadCounts& more)
-{
-    reads.fetch_add(more.reads, RELAXED);
-    bytes.fetch_add(more.bytes, RELAXED);
-    system_reads.fetch_add(more.system_reads, RELAXED);
-    system_bytes.fetch_add(more.system_bytes, RELAXED);
-}
-
 ReadCounts FileWindows::counts() const
 {
-    ReadCounts sum;
-    m_others.add_to(&sum);
-    for (const Window& window : m_windows)
-        window.counters.add_to(&sum);
+    ReadCounts sum = {m_others.reads.load(RELAXED), m_others.bytes.load(RELAXED),
+                      m_system_reads.load(RELAXED), m_system_bytes.load(RELAXED)};
+    for (const Window& window : m_windows) {
+        sum.reads += window.counters.reads.load(RELAXED);
+        sum.bytes += window.counters.bytes.load(RELAXED);
+    }
     return sum;
 }
 
-bool FileWindows::Window::holds(int64_t offset) const
+inline bool FileWindows::Window::holds(int64_t offset) const
 {
     return offset >= start && offset - start < static_cast<int64_t>(length);
 }
 
-size_t FileWindows::Window::copy(int64_t offset, uint8_t* data, size_t size) const
+inline size_t FileWindows::Window::copy(int64_t offset, uint8_t* data, size_t size) const
 {
     const size_t at = static_cast<size_t>(offset - start);
     const size_t n = std::min(size, length - at);
@@ -78,7 +64,7 @@ size_t FileWindows::Window::copy(int64_t offset, uint8_t* data, size_t size) con
     return n;
 }
 
-FileWindows::Taken FileWindows::take(Window* window)
+inline FileWindows::Taken FileWindows::take(Window* window)
 {
     const bool free =
         !window->taken.load(RELAXED) && !window->taken.exchange(true, std::memory_order_acquire);
@@ -86,7 +72,7 @@ FileWindows::Taken FileWindows::take(Window* window)
 }
 
 /// A window that holds the byte at the offset, or null.
-FileWindows::Taken FileWindows::take_holding(int64_t offset)
+inline FileWindows::Taken FileWindows::take_holding(int64_t offset)
 {
     for (size_t i = 0; i < window_count; ++i) {
         const Extent& extent = m_extents[i];
@@ -157,14 +143,14 @@ FileWindows::Taken FileWindows::take_near(int64_t offset, size_t size, size_t* a
 /// first is full or the file ends.
 /// @return bytes read into both; READ_FAILED when the system failed before any
 ssize_t FileWindows::read_system(int64_t offset, uint8_t* data, size_t size, uint8_t* more,
-                                 size_t more_size, ReadCounts* counts) const
+                                 size_t more_size)
 {
     size_t done = 0;
     do {
         iovec blocks[2] = {{data + done, size - done}, {more, more_size}};
         const ssize_t n =
             ::preadv64(m_fd, blocks, more_size > 0 ? 2 : 1, offset + static_cast<int64_t>(done));
-        ++counts->system_reads;
+        m_system_reads.fetch_add(1, RELAXED);
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0 && done == 0)
@@ -173,7 +159,7 @@ ssize_t FileWindows::read_system(int64_t offset, uint8_t* data, size_t size, uin
             break;
         done += static_cast<size_t>(n);
     } while (done < size);
-    counts->system_bytes += done;
+    m_system_bytes.fetch_add(done, RELAXED);
     return static_cast<ssize_t>(done);
 }
 
@@ -188,13 +174,12 @@ void FileWindows::set_content(Window* window, int64_t start, size_t length)
 }
 
 /// Reads from the system, and into the window what comes next.
-ssize_t FileWindows::read_on(Window* window, int64_t offset, uint8_t* data, size_t size,
-                             ReadCounts* counts)
+ssize_t FileWindows::read_on(Window* window, int64_t offset, uint8_t* data, size_t size)
 {
     window->ahead =
         size >= LARGE_READ ? LEAST_AHEAD : std::clamp(2 * window->ahead, LEAST_AHEAD, MOST_AHEAD);
     window->around.store(0, RELAXED);
-    const ssize_t n = read_system(offset, data, size, window->bytes.get(), window->ahead, counts);
+    const ssize_t n = read_system(offset, data, size, window->bytes.get(), window->ahead);
     const size_t got = n > 0 ? static_cast<size_t>(n) : 0;
     const size_t given = std::min(got, size);
     set_content(window, offset + static_cast<int64_t>(given), got - given);
@@ -203,50 +188,50 @@ ssize_t FileWindows::read_on(Window* window, int64_t offset, uint8_t* data, size
 
 /// Fills the window with `around` bytes, three quarters of them before the end of the read.
 ssize_t FileWindows::read_around(Window* window, size_t around, int64_t offset, uint8_t* data,
-                                 size_t size, ReadCounts* counts)
+                                 size_t size)
 {
     const int64_t before = static_cast<int64_t>(around / 4 * 3 - size);
     const int64_t start = std::max(offset - before, int64_t{0});
     window->around.store(around, RELAXED);
-    const ssize_t n = read_system(start, window->bytes.get(), around, nullptr, 0, counts);
+    const ssize_t n = read_system(start, window->bytes.get(), around);
     set_content(window, start, n > 0 ? static_cast<size_t>(n) : 0);
     if (!window->holds(offset))
         return std::min(n, ssize_t{0});
     return static_cast<ssize_t>(window->copy(offset, data, size));
 }
 
-/// Ends a read whose window is known.
-void FileWindows::finish(Window* window, int64_t end, const ReadCounts& counts)
+inline void FileWindows::finish(Window* window, int64_t offset, size_t done)
 {
-    window->last.store(end, RELAXED);
-    bump(&window->counters.reads, counts.reads);
-    bump(&window->counters.bytes, counts.bytes);
-    if (counts.system_reads > 0) {
-        bump(&window->counters.system_reads, counts.system_reads);
-        bump(&window->counters.system_bytes, counts.system_bytes);
-    }
+    window->last.store(offset + static_cast<int64_t>(done), RELAXED);
+    bump(&window->counters.reads, 1);
+    bump(&window->counters.bytes, done);
 }
 
+void FileWindows::finish_without(size_t done)
+{
+    m_others.reads.fetch_add(1, RELAXED);
+    m_others.bytes.fetch_add(done, RELAXED);
+}
+
+/// A read that no window holds the beginning of.
 ssize_t FileWindows::read_elsewhere(int64_t offset, uint8_t* data, size_t size)
 {
-    ReadCounts counts;
     size_t around = 0;
     const Taken window = take_near(offset, size, &around);
     if (window && !window->bytes)
         window->bytes.reset(new (std::nothrow) uint8_t[MOST_AHEAD]);
     ssize_t n = 0;
     if (!window || !window->bytes)
-        n = read_system(offset, data, size, nullptr, 0, &counts);
+        n = read_system(offset, data, size);
     else if (around > 0)
-        n = read_around(window.get(), around, offset, data, size, &counts);
+        n = read_around(window.get(), around, offset, data, size);
     else
-        n = read_on(window.get(), offset, data, size, &counts);
-    counts.reads = 1;
-    counts.bytes = n > 0 ? static_cast<uint64_t>(n) : 0;
+        n = read_on(window.get(), offset, data, size);
+    const size_t done = n > 0 ? static_cast<size_t>(n) : 0;
     if (window)
-        finish(window.get(), offset + static_cast<int64_t>(counts.bytes), counts);
+        finish(window.get(), offset, done);
     else
-        m_others.add(counts);
+        finish_without(done);
     return n;
 }
 
@@ -254,28 +239,22 @@ ssize_t FileWindows::read(int64_t offset, uint8_t* data, size_t size)
 {
     // No file is so long; below, offsets can be added to.
     constexpr uint64_t end_of_offsets = INT64_MAX - MOST_AHEAD;
-    if (offset < 0 || (!data && size > 0)) {
-        m_others.add({1, 0, 0, 0});
-        return READ_FAILED;
-    }
-    if (size == 0 || size > end_of_offsets ||
+    const bool bad = offset < 0 || (!data && size > 0);
+    if (bad || size == 0 || size > end_of_offsets ||
         static_cast<uint64_t>(offset) > end_of_offsets - size) {
-        m_others.add({1, 0, 0, 0});
-        return 0;
+        finish_without(0);
+        return bad ? READ_FAILED : 0;
     }
     const Taken window = take_holding(offset);
     if (!window)
         return read_elsewhere(offset, data, size);
     size_t done = window->copy(offset, data, size);
-    ReadCounts counts;
     if (done < size) {
-        const ssize_t n = read_on(window.get(), offset + static_cast<int64_t>(done), data + done,
-                                  size - done, &counts);
+        const ssize_t n =
+            read_on(window.get(), offset + static_cast<int64_t>(done), data + done, size - done);
         done += n > 0 ? static_cast<size_t>(n) : 0;
     }
-    counts.reads = 1;
-    counts.bytes = done;
-    finish(window.get(), offset + static_cast<int64_t>(done), counts);
+    finish(window.get(), offset, done);
     return static_cast<ssize_t>(done);
 }
 

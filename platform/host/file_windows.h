@@ -40,10 +40,9 @@ private:
     static constexpr size_t window_count = 4; // two streams, the file's open, one to spare
     static constexpr size_t cache_line = 64;  // bytes: threads do not write to each other's
 
+    /// Of reads: calls, and the bytes that they delivered.
     struct Counters {
-        std::atomic<uint64_t> reads{0}, bytes{0}, system_reads{0}, system_bytes{0};
-        void add_to(ReadCounts* sum) const;
-        void add(const ReadCounts& more); ///< by any number of threads
+        std::atomic<uint64_t> reads{0}, bytes{0};
     };
 
     /// What only the thread that has set `taken` touches, but for the atomic members, which others
@@ -76,19 +75,21 @@ private:
     Taken take_near(int64_t offset, size_t size, size_t* around);
 
     ssize_t read_elsewhere(int64_t offset, uint8_t* data, size_t size);
-    ssize_t read_on(Window* window, int64_t offset, uint8_t* data, size_t size, ReadCounts* counts);
-    ssize_t read_around(Window* window, size_t around, int64_t offset, uint8_t* data, size_t size,
-                        ReadCounts* counts);
-    ssize_t read_system(int64_t offset, uint8_t* data, size_t size, uint8_t* more, size_t more_size,
-                        ReadCounts* counts) const;
+    ssize_t read_on(Window* window, int64_t offset, uint8_t* data, size_t size);
+    ssize_t read_around(Window* window, size_t around, int64_t offset, uint8_t* data, size_t size);
+    ssize_t read_system(int64_t offset, uint8_t* data, size_t size, uint8_t* more = nullptr,
+                        size_t more_size = 0);
     void set_content(Window* window, int64_t start, size_t length);
-    static void finish(Window* window, int64_t end, const ReadCounts& counts);
+    static void finish(Window* window, int64_t offset, size_t done);
+    void finish_without(size_t done);
 
     const int m_fd;
     std::array<Window, window_count> m_windows;
     alignas(cache_line) std::array<Extent, window_count> m_extents;
+    // Written with a system call at most, but for reads without a window.
     alignas(cache_line) std::atomic<uint64_t> m_fills{0};
-    Counters m_others; ///< reads without a window; written by several threads
+    std::atomic<uint64_t> m_system_reads{0}, m_system_bytes{0};
+    Counters m_others; // of reads without a window
 };
 
 } // namespace zoflv_host

@@ -2,43 +2,58 @@
 #include <media/NdkMediaFormat.h>
 #include <zoflv_host/format.h>
 
-#include <algorithm>
 #include <cstdio>
+#include <string_view>
 
 using zoflv_host::FormatEntry;
 using zoflv_host::FormatValue;
 
+// A sample's format is cleared and set again for every sample: what is cleared keeps its place and its
+// key, so that this takes nothing from the heap.
 struct AMediaFormat {
-    std::vector<FormatEntry> entries;
+    std::vector<FormatEntry> entries; // those in use, then those that were cleared
+    size_t used = 0;
     std::string text; // what AMediaFormat_toString handed out last
 };
 
 namespace {
 
-FormatValue* find(AMediaFormat* format, const char* key)
+FormatValue* find(AMediaFormat* format, std::string_view key)
 {
-    if (!format || !key)
-        return nullptr;
-    const auto it = std::find_if(format->entries.begin(), format->entries.end(),
-                                 [&](const FormatEntry& entry) { return entry.key == key; });
-    return it == format->entries.end() ? nullptr : &it->value;
+    for (size_t i = 0; i < format->used; ++i) {
+        if (format->entries[i].key == key)
+            return &format->entries[i].value;
+    }
+    return nullptr;
+}
+
+FormatValue* add(AMediaFormat* format, std::string_view key)
+{
+    if (format->used == format->entries.size())
+        format->entries.push_back({std::string(key), {}});
+    FormatEntry& entry = format->entries[format->used++];
+    if (entry.key != key)
+        entry.key = key;
+    return &entry.value;
 }
 
 template <typename T>
 T* find_as(AMediaFormat* format, const char* key)
 {
-    FormatValue* value = find(format, key);
+    FormatValue* value = format && key ? find(format, key) : nullptr;
     return value ? std::get_if<T>(value) : nullptr;
 }
 
-void set(AMediaFormat* format, const char* key, FormatValue value)
+template <typename T>
+void set(AMediaFormat* format, const char* key, T value)
 {
     if (!format || !key)
         return;
-    if (FormatValue* old = find(format, key))
-        *old = std::move(value);
-    else
-        format->entries.push_back({key, std::move(value)});
+    const std::string_view name = key;
+    FormatValue* place = find(format, name);
+    if (!place)
+        place = add(format, name);
+    *place = std::move(value);
 }
 
 template <typename T>
@@ -68,9 +83,9 @@ struct ToText {
 
 } // namespace
 
-const std::vector<FormatEntry>& zoflv_host::format_entries(const AMediaFormat* format)
+zoflv_host::FormatEntries zoflv_host::format_entries(const AMediaFormat* format)
 {
-    return format->entries;
+    return {format->entries.data(), format->used};
 }
 
 AMediaFormat* AMediaFormat_new()
@@ -88,8 +103,10 @@ media_status_t AMediaFormat_copy(AMediaFormat* to, AMediaFormat* from)
 {
     if (!to || !from)
         return AMEDIA_ERROR_UNKNOWN;
-    if (to != from)
+    if (to != from) {
         to->entries = from->entries;
+        to->used = from->used;
+    }
     return AMEDIA_OK;
 }
 
@@ -97,7 +114,12 @@ media_status_t AMediaFormat_clear(AMediaFormat* format)
 {
     if (!format)
         return AMEDIA_ERROR_UNKNOWN;
-    format->entries.clear();
+    for (size_t i = 0; i < format->used; ++i) {
+        FormatValue& value = format->entries[i].value;
+        if (!std::holds_alternative<int64_t>(value))
+            value = int64_t{0}; // a string's or a buffer's memory is not kept
+    }
+    format->used = 0;
     return AMEDIA_OK;
 }
 
@@ -157,7 +179,7 @@ const char* AMediaFormat_toString(AMediaFormat* format)
     if (!format)
         return "";
     format->text.clear();
-    for (const FormatEntry& entry : format->entries) {
+    for (const FormatEntry& entry : zoflv_host::format_entries(format)) {
         format->text += (format->text.empty() ? "" : ", ") + entry.key + ": ";
         format->text += std::visit(ToText{}, entry.value);
     }

@@ -51,6 +51,7 @@ private:
     android::CMediaBufferGroup m_record;
     mutable std::mutex m_mutex; // guards all below
     std::condition_variable m_returned;
+    int m_waiting = 0; // acquires that wait for it
     std::vector<std::unique_ptr<Buffer>> m_buffers;
     size_t m_growth_limit = 0; // buffers
     int m_failures = 0;

@@ -21,8 +21,21 @@ struct FormatEntry {
     FormatValue value;
 };
 
-/// All keys of a format, in the order in which they were first set. Exported by the media library.
-const std::vector<FormatEntry>& format_entries(const AMediaFormat* format);
+/// All keys of a format, in the order in which they were first set; until the format changes.
+class FormatEntries {
+public:
+    FormatEntries(const FormatEntry* first, size_t count) : m_first(first), m_count(count) {}
+    const FormatEntry* begin() const { return m_first; }
+    const FormatEntry* end() const { return m_first + m_count; }
+    size_t size() const { return m_count; }
+
+private:
+    const FormatEntry* m_first;
+    size_t m_count;
+};
+
+/// Exported by the media library.
+FormatEntries format_entries(const AMediaFormat* format);
 
 /// Owns a format.
 class Format {
@@ -40,7 +53,7 @@ public:
         return value<std::vector<uint8_t>>(key);
     }
 
-    const std::vector<FormatEntry>& entries() const { return format_entries(get()); }
+    FormatEntries entries() const { return format_entries(get()); }
     std::string text() const { return AMediaFormat_toString(get()); }
 
 private:
