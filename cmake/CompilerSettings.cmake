@@ -29,3 +29,9 @@ if(ZOFLV_FUZZ)
     # Everything tells the fuzzer where it went, the shared libraries too.
     add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
+
+if(ZOFLV_STATIC_RUNTIME)
+    # Loading and relocating the C++ library takes as long as all that a short command does. No library
+    # hands its copy's symbols on.
+    add_link_options(-static-libstdc++ -static-libgcc LINKER:--exclude-libs,ALL)
+endif()

@@ -11,54 +11,44 @@ namespace zoflv_host {
 
 namespace {
 
-/// The file's bytes; structures are copied out, as the file may place them anywhere.
+/// What a library's file holds, read where it is needed; the file may place structures anywhere.
 class ElfFile {
 public:
-    explicit ElfFile(std::vector<uint8_t> bytes) : m_bytes(std::move(bytes)) {}
+    explicit ElfFile(android::CDataSource* source) : m_source(source) {}
 
     template <typename T>
     bool get(uint64_t offset, T* out) const
     {
-        if (offset > m_bytes.size() || sizeof(T) > m_bytes.size() - offset)
-            return false;
-        std::memcpy(out, m_bytes.data() + offset, sizeof(T));
-        return true;
+        return read(offset, out, sizeof(T)) == sizeof(T);
     }
 
     /// @return the terminated text at an offset, or an empty one when it runs past the end
     std::string text(uint64_t offset) const
     {
-        if (offset >= m_bytes.size())
-            return {};
-        const auto* start = reinterpret_cast<const char*>(m_bytes.data()) + offset;
-        const size_t room = m_bytes.size() - static_cast<size_t>(offset);
-        const size_t length = ::strnlen(start, room);
-        return length < room ? std::string(start, length) : std::string();
+        char piece[64];
+        std::string whole;
+        for (size_t n = 0; (n = read(offset + whole.size(), piece, sizeof piece)) > 0;) {
+            const size_t length = ::strnlen(piece, n);
+            whole.append(piece, length);
+            if (length < n)
+                return whole;
+        }
+        return {};
     }
 
 private:
-    std::vector<uint8_t> m_bytes;
-};
+    /// @return the bytes read
+    size_t read(uint64_t offset, void* out, size_t size) const
+    {
+        if (offset > INT64_MAX)
+            return 0;
+        const ssize_t n =
+            m_source->readAt(m_source->handle, static_cast<off64_t>(offset), out, size);
+        return n > 0 ? static_cast<size_t>(n) : 0;
+    }
 
-bool read_file(const std::string& path, std::vector<uint8_t>* bytes, std::string* error)
-{
-    constexpr off64_t MAX_SIZE = off64_t{1} << 30; // nothing that would be a plugin is larger
-    const auto file = FileDataSource::open(path, error);
-    if (!file)
-        return false;
-    android::CDataSource* record = file->record();
-    off64_t size = 0;
-    if (record->getSize(record->handle, &size) != 0 || size > MAX_SIZE) {
-        *error = "cannot be read";
-        return false;
-    }
-    bytes->resize(static_cast<size_t>(size));
-    if (record->readAt(record->handle, 0, bytes->data(), bytes->size()) != size) {
-        *error = "cannot be read";
-        return false;
-    }
-    return true;
-}
+    android::CDataSource* const m_source;
+};
 
 bool is_library(const ElfW(Ehdr) & header)
 {
@@ -97,10 +87,10 @@ bool list_symbols(const ElfFile& file, const ElfW(Shdr) & symbols, const ElfW(Sh
 bool read_defined_symbols(const std::string& path, std::vector<std::string>* names,
                           std::string* error)
 {
-    std::vector<uint8_t> bytes;
-    if (!read_file(path, &bytes, error))
+    const auto source = FileDataSource::open(path, error);
+    if (!source)
         return false;
-    const ElfFile file(std::move(bytes));
+    const ElfFile file(source->record());
     ElfW(Ehdr) header;
     if (!file.get(0, &header) || !is_library(header)) {
         *error = "not a shared library for this machine";
