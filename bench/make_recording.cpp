@@ -14,7 +14,7 @@ int main(int argc, char** argv)
             shape = &s;
     }
     if (!shape) {
-        std::fprintf(stderr, "usage: make_recording hi|typ|lo FILE [MB [indexed]]\n");
+        std::fprintf(stderr, "usage: make_recording hi|typ|lo|far FILE [MB [indexed]]\n");
         return 2;
     }
     const int64_t size = argc > 3 ? std::atoll(argv[3]) * 1000000 : shape->size;

@@ -17,9 +17,10 @@ struct Shape {
 };
 
 constexpr Shape shapes[] = {
-    {"hi", 85000, 400, 2, 309000000}, // few large frames
-    {"typ", 3060, 400, 2, 320000000}, // what cameras and services send
-    {"lo", 50, 50, 1, 32000000},      // the tags' overhead is a quarter of the file
+    {"hi", 85000, 400, 2, 309000000},  // few large frames
+    {"typ", 3060, 400, 2, 320000000},  // what cameras and services send
+    {"lo", 50, 50, 1, 32000000},       // the tags' overhead is a quarter of the file
+    {"far", 1000, 200, 100, 32000000}, // the other stream's tags between two frames
 };
 
 constexpr int frame_ms = 40;
