@@ -19,6 +19,11 @@ foreach(component command library development)
     set(CPACK_DEBIAN_${name}_PACKAGE_NAME ${package})
 endforeach()
 
+install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/zoflv)
+install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/zoflv.bash RENAME zoflv
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+
 set(CPACK_COMPONENTS_ALL command library development)
 set(CPACK_COMPONENT_COMMAND_DESCRIPTION "shows what an FLV file holds, and what a device will do with it")
 set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "demuxer for FLV files")
