@@ -51,6 +51,11 @@ struct ReasonTable {
 };
 ReasonTable reasons();
 
+/// How the log names it: "[zoflv/dmx/zoflvd: 720]", or tag and beginning of the line.
+std::string reason_name(const Reason& reason);
+/// All of them, as docs/log.md.
+std::string reasons_document();
+
 /// What a line of the log means, or null when no row has it.
 /// @param tag   the log tag it came with
 /// @param text  as it was logged

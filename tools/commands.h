@@ -10,3 +10,4 @@ Command add_frames(CLI::App& app);
 Command add_seek(CLI::App& app);
 Command add_extract(CLI::App& app);
 Command add_tags(CLI::App& app);
+Command add_reasons(CLI::App& app);
