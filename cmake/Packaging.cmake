@@ -21,6 +21,7 @@ endforeach()
 
 install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/zoflv)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/zoflv.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/zoflv.bash RENAME zoflv
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 
