@@ -35,3 +35,11 @@ if(ZOFLV_STATIC_RUNTIME)
     # hands its copy's symbols on.
     add_link_options(-static-libstdc++ -static-libgcc LINKER:--exclude-libs,ALL)
 endif()
+
+if(ZOFLV_LTO)
+    include(CheckIPOSupported)
+    check_ipo_supported(RESULT CMAKE_INTERPROCEDURAL_OPTIMIZATION OUTPUT lto_failure LANGUAGES CXX)
+    if(NOT CMAKE_INTERPROCEDURAL_OPTIMIZATION)
+        message(STATUS "Without optimisation across sources: ${lto_failure}")
+    endif()
+endif()
