@@ -51,9 +51,20 @@ ReadCounts FileWindows::counts() const
     return sum;
 }
 
+/// Whether so many bytes from `start` on hold the one at the offset; neither offset is negative.
+inline bool within(int64_t start, size_t length, int64_t offset)
+{
+    return static_cast<uint64_t>(offset) - static_cast<uint64_t>(start) < length;
+}
+
 inline bool FileWindows::Window::holds(int64_t offset) const
 {
-    return offset >= start && offset - start < static_cast<int64_t>(length);
+    return within(start, length, offset);
+}
+
+inline bool FileWindows::Extent::holds(int64_t offset) const
+{
+    return within(start.load(RELAXED), length.load(RELAXED), offset);
 }
 
 inline size_t FileWindows::Window::copy(int64_t offset, uint8_t* data, size_t size) const
@@ -75,8 +86,7 @@ inline FileWindows::Taken FileWindows::take(Window* window)
 inline FileWindows::Taken FileWindows::take_holding(int64_t offset)
 {
     for (size_t i = 0; i < window_count; ++i) {
-        const Extent& extent = m_extents[i];
-        if (offset < extent.start.load(RELAXED) || offset >= extent.end.load(RELAXED))
+        if (!m_extents[i].holds(offset))
             continue;
         Taken window = take(&m_windows[i]);
         if (window && window->holds(offset)) // it may have moved meanwhile
@@ -170,7 +180,7 @@ void FileWindows::set_content(Window* window, int64_t start, size_t length)
     window->filled.store(m_fills.fetch_add(1, RELAXED) + 1, RELAXED);
     Extent& extent = m_extents[static_cast<size_t>(window - m_windows.data())];
     extent.start.store(start, RELAXED);
-    extent.end.store(start + static_cast<int64_t>(length), RELAXED);
+    extent.length.store(length, RELAXED);
 }
 
 /// Reads from the system, and into the window what comes next.

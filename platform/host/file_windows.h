@@ -61,10 +61,13 @@ private:
         bool holds(int64_t offset) const;
         size_t copy(int64_t offset, uint8_t* data, size_t size) const;
     };
-    /// Copies of a window's bounds, which change with a fill only: who looks for a window does not
+    /// Copies of `start` and `length`, which change with a fill only: who looks for a window does not
     /// touch the line that every read writes to.
     struct Extent {
-        std::atomic<int64_t> start{0}, end{0};
+        std::atomic<int64_t> start{0};
+        std::atomic<size_t> length{0};
+
+        bool holds(int64_t offset) const;
     };
     class Release;
     using Taken = std::unique_ptr<Window, Release>;
