@@ -141,3 +141,33 @@ WalkTotals walk_track(Source& source, int type, uint8_t* buffer)
     }
     return totals;
 }
+
+/// The place of the keyframe before a time, by the shortest way that the seek without an index could go:
+/// from 32 KiB before the estimate to the first plausible tag header, then from tag to tag.
+/// @return the offset of its tag, or 0
+template <typename Source>
+int64_t bare_seek(Source& source, int64_t file_size, int64_t duration_ms, int64_t time_ms)
+{
+    constexpr int64_t first_tag = 13;
+    uint8_t block[2048];
+    const int64_t estimate = time_ms * (file_size - first_tag) / duration_ms - 32768;
+    int64_t pos = std::max(estimate, first_tag);
+    const size_t held = source.copy(pos, block, sizeof block);
+    for (size_t i = 0; i + 11 <= held; ++i, ++pos) {
+        if ((block[i] != 8 && block[i] != 9 && block[i] != 18) || big_endian(block + i + 8, 3) != 0)
+            continue;
+        const uint32_t size = big_endian(block + i + 1, 3);
+        uint8_t previous[4];
+        if (source.copy(pos + 11 + size, previous, 4) == 4 && big_endian(previous, 4) == size + 11)
+            break;
+    }
+    int64_t key = 0;
+    uint8_t header[12]; // and the byte with the frame type
+    while (source.copy(pos, header, sizeof header) == sizeof header &&
+           big_endian(header + 4, 3) <= time_ms) {
+        if (header[0] == 9 && header[11] >> 4 == 1)
+            key = pos;
+        pos += big_endian(header + 1, 3) + 15;
+    }
+    return key;
+}

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // What the demuxer and the plugin take for each thing that they do, over files made for it: of three
 // shapes, and of 1, 10 and 100 MB, so that growth shows.
+#include "bench/bare_walk.h"
 #include "bench/recording.h"
 #include "libextractor/mfal/zocmn_mfal_android_q.h"
 #include "zoflv/dmx/zoflvd.h"
@@ -260,6 +261,39 @@ void seek(benchmark::State& state)
 BENCHMARK(seek)
     ->ArgNames({"indexed", "mode", "MB"})
     ->ArgsProduct({{0, 1}, {0, 1, 2, 3}, {1, 10, 100}});
+
+/// What a seek cannot do without: with an index three reads, else a crawl from tag to tag.
+template <typename Reads>
+void bare_seeks(benchmark::State& state)
+{
+    char path[] = "/tmp/zoflv-bench-XXXXXX";
+    const std::unique_ptr<FILE, int (*)(FILE*)> made(::fdopen(::mkstemp(path), "wb"), std::fclose);
+    const int64_t tags =
+        write_recording(shapes[1], state.range(1) * 1000000, false, [&](const Bytes& bytes) {
+            std::fwrite(bytes.data(), 1, bytes.size(), made.get());
+        });
+    std::fflush(made.get());
+    const OpenFile file(path);
+    ::unlink(path);
+    Reads source{file};
+    const int64_t duration_ms = tags / (1 + shapes[1].audio_per_video) * frame_ms;
+    std::mt19937_64 random(1);
+    for (auto _ : state) {
+        const int64_t number = static_cast<int64_t>(random() >> 1);
+        if (state.range(0) == 0) {
+            benchmark::DoNotOptimize(
+                bare_seek(source, file.size, duration_ms, number % duration_ms));
+            continue;
+        }
+        uint8_t bytes[16];
+        const int64_t pos = number % file.size;
+        for (const size_t size : {16, 11, 5})
+            benchmark::DoNotOptimize(source.copy(pos, bytes, size));
+    }
+}
+BENCHMARK_TEMPLATE(bare_seeks, PlainReads)
+    ->ArgNames({"indexed", "MB"})
+    ->ArgsProduct({{0, 1}, {1, 10, 100}});
 
 std::shared_ptr<zoflv_host::ExtractorLibrary> plugin()
 {
