@@ -7,6 +7,9 @@
 #include <new>
 #include <sys/uio.h>
 #include <unistd.h>
+#if __has_include(<sys/single_threaded.h>)
+#include <sys/single_threaded.h>
+#endif
 
 namespace zoflv_host {
 
@@ -75,11 +78,25 @@ inline size_t FileWindows::Window::copy(int64_t offset, uint8_t* data, size_t si
     return n;
 }
 
+/// Whether no other thread can be there: an exchange costs as much as the rest of a small read.
+inline bool is_only_thread()
+{
+#if __has_include(<sys/single_threaded.h>)
+    return __libc_single_threaded != 0;
+#else
+    return false;
+#endif
+}
+
 inline FileWindows::Taken FileWindows::take(Window* window)
 {
-    const bool free =
-        !window->taken.load(RELAXED) && !window->taken.exchange(true, std::memory_order_acquire);
-    return Taken(free ? window : nullptr);
+    if (window->taken.load(RELAXED))
+        return nullptr;
+    if (is_only_thread())
+        window->taken.store(true, RELAXED);
+    else if (window->taken.exchange(true, std::memory_order_acquire))
+        return nullptr;
+    return Taken(window);
 }
 
 /// A window that holds the byte at the offset, or null.
