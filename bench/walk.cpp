@@ -17,7 +17,7 @@ namespace {
 constexpr int buffer_size = 1 << 24; // a tag holds no more
 
 struct Handle {
-    const PlainReads* source;
+    int fd;
     long long pos;
 };
 
@@ -27,13 +27,13 @@ _ZOCMN_MFAL plain_record(PlainReads* source)
     _ZOCMN_MFAL mfal = {};
     mfal.ctx = source;
     mfal.open = [](_ZOCMN_MFAL* m, unsigned long) -> void* {
-        return new Handle{static_cast<PlainReads*>(m->ctx), 0};
+        return new Handle{static_cast<PlainReads*>(m->ctx)->file.fd, 0};
     };
     mfal.close = [](void* fh) { delete static_cast<Handle*>(fh); };
     mfal.read = [](void* fh, void* buf, int size) {
         auto* const handle = static_cast<Handle*>(fh);
-        const size_t n = handle->source->copy(handle->pos, buf, static_cast<size_t>(size));
-        handle->pos += static_cast<long long>(n);
+        const ssize_t n = ::pread(handle->fd, buf, static_cast<size_t>(size), handle->pos);
+        handle->pos += n > 0 ? n : 0;
         return static_cast<int>(n);
     };
     mfal.getpos = [](void* fh, long long* pos) {
@@ -49,8 +49,10 @@ _ZOCMN_MFAL plain_record(PlainReads* source)
         return 0;
     };
     mfal.getsize = [](void* fh, long long* size) {
-        *size = static_cast<Handle*>(fh)->source->file.size;
-        return 0;
+        struct stat info;
+        const int rc = ::fstat(static_cast<Handle*>(fh)->fd, &info);
+        *size = rc == 0 ? info.st_size : 0;
+        return rc;
     };
     return mfal;
 }
