@@ -2,8 +2,8 @@
 #include "libextractor/zoflv_extractor.h"
 
 #include "libextractor/mfal/zocmn_mfal_android_q.h"
-#include "libextractor/zoflv_formats.h"
-#include "libextractor/zoflv_source.h"
+#include "libextractor/zoflv_extractor_formats.h"
+#include "libextractor/zoflv_extractor_source.h"
 
 #include <algorithm>
 #include <android/log.h>

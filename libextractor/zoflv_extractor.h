@@ -4,7 +4,7 @@
 /// GETEXTRACTORDEF alone; everything here is reached through what that hands out.
 #pragma once
 
-#include "libextractor/zoflv_holder.h"
+#include "libextractor/zoflv_extractor_holder.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The plugin as the framework loads it.
-#include "libextractor/zoflv_source.h"
+#include "libextractor/zoflv_extractor_source.h"
 #include "tests/support/demux.h"
 
 #include <array>

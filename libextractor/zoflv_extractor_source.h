@@ -3,7 +3,7 @@
 /// A track as the framework reads it.
 #pragma once
 
-#include "libextractor/zoflv_holder.h"
+#include "libextractor/zoflv_extractor_holder.h"
 
 #include <cstdint>
 #include <media/MediaExtractorPluginApi.h>

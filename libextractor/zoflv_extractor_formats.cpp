@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "libextractor/zoflv_formats.h"
+#include "libextractor/zoflv_extractor_formats.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -3,7 +3,7 @@
 /// What is published of a track: whether the device plays it, and the keys of its format.
 #pragma once
 
-#include "libextractor/zoflv_holder.h"
+#include "libextractor/zoflv_extractor_holder.h"
 
 #include <cstddef>
 #include <cstdint>

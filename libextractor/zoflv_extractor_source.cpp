@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "libextractor/zoflv_source.h"
+#include "libextractor/zoflv_extractor_source.h"
 
 #include <algorithm>
 #include <android/log.h>
