@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // A file and a sequence of calls on its streams. The last bytes of the input are the calls, 4 bytes
-// each: an operation and its argument; their number stands in the very last byte.
+// each: an operation and its argument; their number is the very last byte.
 #include "fuzz/fuzz.h"
 #include "fuzz/walk.h"
 #include "tests/support/mem_file.h"

@@ -117,7 +117,7 @@ bool TagWalker::leads_on(int64_t offset)
     return p && known_type(*p);
 }
 
-// Whether a tag stands at a position, and all of it but `body`.
+// Whether a tag is at a position, and all of it but `body`.
 TagWalker::Verdict TagWalker::judge(int64_t offset, Tag* tag)
 {
     Header header;

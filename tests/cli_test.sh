@@ -42,7 +42,7 @@ for sample in "$samples"/*.flv; do
     for bad in "$name".300.bad "$name".1000.bad "$name".at400.bad; do expect "0 1" frames --json "$bad"; done
     for bad in "$name".5000.bad "$name".at40.bad; do expect "0 1" seek --json --mode all "$bad" 0 0.5 1; done
     # Without the last PreviousTagSize the last frame cannot be read; a listing has to say so.
-    head -c -4 "$sample" >"$name.bad"; expect 1 frames --json "$name.bad"; told "reading ended behind"
+    head -c -4 "$sample" >"$name.bad"; expect 1 frames --json "$name.bad"; told "reading ended after"
 done
 for length in 0 3 8 13 30; do
     head -c $length "$sample" >"$tmp/bad"; for c in info frames "frames --demuxer"; do expect 1 $c --json "$tmp/bad"; done
@@ -76,7 +76,7 @@ expect 1 info --scan "$tmp/bad"; holds "counted over the whole file" # of a refu
 { # two frames of PCM, the second larger than the track's buffer
     printf 'FLV\1\4\0\0\0\011\0\0\0\0\010\0\0\002\0\0\0\0\0\0\0\066\1\0\0\0\015\010\011\0\0\0\0\0\0\0\0\0\066'
     head -c 589823 /dev/zero; printf '\0\011\0\013'
-} >"$tmp/long"; expect 1 frames --json "$tmp/long"; told "ended behind 1 frames: larger"
+} >"$tmp/long"; expect 1 frames --json "$tmp/long"; told "ended after 1 frames: larger"
 for path in "$tmp/folder" "$tmp/pipe" "$tmp/none" "$tmp/a
 b"; do for c in info frames "frames --demuxer"; do expect 2 $c "$path"; done; expect 2 seek "$path" 1; done
 expect 0 frames --demuxer --plugin "$tmp/none" "$sample"; expect 2 info --plugin "$sample" "$sample"; told "cannot be loaded"
@@ -98,7 +98,7 @@ expect 0 extract --track 1 --raw -o "$tmp/x/r" "$avc"
 head -c 30000 "$avc" >"$tmp/cut"; expect 1 extract --track 1 -o "$tmp/x/part" "$tmp/cut"; told "partial keeps them"
 expect 2 extract -o "$tmp/x/n" "$avc"; told "track N picks one"; expect 2 extract --track 1 -o "$avc" --force "$avc"; told "replace it"
 expect 2 extract --track 1 -o "$tmp/none/n" "$avc"; expect 2 extract --track 1 -o "$tmp/x" "$avc"; expect 2 extract --track 1 -o /dev/full "$avc"
-[ "$(ls -A "$tmp/x" | tr '\n' ' ')" = "a r r.csv " ] || fail "left behind: $(ls -A "$tmp/x")"
+[ "$(ls -A "$tmp/x" | tr '\n' ' ')" = "a r r.csv " ] || fail "left over: $(ls -A "$tmp/x")"
 expect 1 extract --track 1 --partial -o "$tmp/x/part" "$tmp/cut"; [ -s "$tmp/x/part" ] || fail "not kept"
 
 # What to write instead, in one line.

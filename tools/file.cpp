@@ -98,12 +98,12 @@ std::shared_ptr<const ZOFLVD_METADATA> read_metadata(const FlvFile& file)
         mfal.read(fh.get(), field, sizeof field) == sizeof field) {
         const uint32_t data_offset = uint32_t{field[0]} << 24 | uint32_t{field[1]} << 16 |
                                      uint32_t{field[2]} << 8 | field[3];
-        const int64_t first_tag = data_offset + 4; // behind PreviousTagSize0, modulo 2^32
-        int64_t behind = 0;
+        const int64_t first_tag = data_offset + 4; // after PreviousTagSize0, modulo 2^32
+        int64_t after = 0;
         // The open has logged all this once.
         const bool shown = file.log().shown();
         file.log().show(false);
-        zoflvd_metadata_init(&mfal, fh.get(), &first_tag, metadata.get(), &behind);
+        zoflvd_metadata_init(&mfal, fh.get(), &first_tag, metadata.get(), &after);
         file.log().show(shown);
     }
     return metadata;

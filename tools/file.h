@@ -15,9 +15,6 @@
 #include <string>
 #include <vector>
 
-constexpr int FLV_TYPE_AUDIO = 8; ///< stream types of ZOFLVD_INFO
-constexpr int FLV_TYPE_VIDEO = 9;
-
 /// What went wrong, for a message: what the log tells, else the code in words.
 /// @param code  a result code of the demuxer or a status of the plugin
 std::string reason(int code, const LogTap& log);

@@ -97,7 +97,7 @@ ReadFrame track_reader(zoflv_host::Extractor& extractor, int index, LogTap& log)
 }
 
 /// Why the read that gave `rc` ended the stream; empty at its ordinary end. That includes an AVC
-/// tag without payload behind the last frame: encoders write their end-of-sequence tag so.
+/// tag without payload after the last frame: encoders write their end-of-sequence tag so.
 std::string trouble(const ReadFrame& read, int rc, LogTap& log)
 {
     bool passed = false;
@@ -108,7 +108,7 @@ std::string trouble(const ReadFrame& read, int rc, LogTap& log)
         rc = read(&frame);
     }
     if (passed && rc == ZOFLV_OK)
-        return "an AVC tag without payload, with more behind it";
+        return "an AVC tag without payload, with more after it";
     return rc == ZOFLV_EOF ? log.cause() : reason(rc, log);
 }
 
@@ -211,7 +211,7 @@ void list_frames(const ReadFrame& read, const Layout& layout, int stream,
     const std::string why = trouble(read, rc, log);
     if (!why.empty())
         throw Failure(EXIT_BAD_FILE,
-                      textf("%s %d: reading ended behind %lld frames: ", layout.stream, stream,
+                      textf("%s %d: reading ended after %lld frames: ", layout.stream, stream,
                             static_cast<long long>(totals.frames)) +
                           why);
 }
@@ -233,7 +233,7 @@ int run_frames(const FramesOptions& options, const PluginPtr& plugin, LogTap& lo
     if (!options.json)
         print_heading(layout, options.summary);
     int worst = EXIT_FINE;
-    for (const int i : chosen) // behind one that is damaged the other may be sound
+    for (const int i : chosen) // after one that is damaged the other may be sound
         attempt(&worst, options.file, [&] {
             list_frames(file ? stream_reader(*file, i) : track_reader(*extractor, i, log), layout,
                         i, options, log);

@@ -56,7 +56,7 @@ Json codec_data_json(const FlvFile& file, int stream)
 
 Json stream_json(const FlvFile& file, int stream)
 {
-    const bool video = file.info().strm_type[stream] == FLV_TYPE_VIDEO;
+    const bool video = file.info().strm_type[stream] == ZOFLV_TAG_VIDEO;
     const uint32_t code = file.info().codec[stream];
     Json object = {{"index", stream},
                    {"type", video ? "video" : "audio"},
@@ -122,7 +122,7 @@ Json keyframes_json(const FlvFile& file, std::string* trouble)
 {
     std::vector<ZOFLVD_IDX_ENTRY> table;
     for (int i = 0; i < file.info().strm_cnt; ++i) {
-        if (file.info().strm_type[i] != FLV_TYPE_VIDEO)
+        if (file.info().strm_type[i] != ZOFLV_TAG_VIDEO)
             continue;
         int size = 0, count = 0;
         file.log().reset();

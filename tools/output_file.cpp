@@ -59,7 +59,7 @@ void handle_signals()
     }
 }
 
-/// @return the slot, -1 when all are taken: the file is then left behind by a signal
+/// @return the slot, -1 when all are taken: the file is then left over after a signal
 int add_pending(const char* path)
 {
     static std::once_flag once;

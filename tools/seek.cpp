@@ -64,7 +64,7 @@ struct Cost {
     uint64_t reads, bytes;
 };
 
-/// Tells what a seek costs from what the read of the frame behind it does, though the framework
+/// Tells what a seek costs from what the read of the frame after it does, though the framework
 /// asks for both in one call: between the two the plugin asks its buffer for the memory. One at a
 /// time, for the life of its track.
 class SeekMeter {
@@ -103,7 +103,7 @@ private:
     Cost m_start{}, m_stop{};
 };
 
-/// How a seek without a frame behind it ended.
+/// How a seek without a frame after it ended.
 struct Ending {
     std::string words;
     bool failed; ///< a read did, which is more than that there is no such frame
@@ -115,7 +115,7 @@ Ending ending(media_status_t status, bool behind_end, const LogTap& log)
         return {reason(status, log), true};
     const std::string text = zoflv_host::status_text(status);
     if (behind_end)
-        return {text + ": behind the duration", false};
+        return {text + ": after the duration", false};
     const bool not_found = log.plugin_code() != 0;
     if (log.cause().empty() || log.empty_avc_tag())
         return {text + (not_found ? ": no keyframe found" : ""), false};
@@ -169,7 +169,7 @@ void seek_track(zoflv_host::Extractor& extractor, int index, const SeekOptions& 
             print_seek(row, meter);
         if (end.failed)
             throw Failure(EXIT_BAD_FILE,
-                          textf("track %d: the read behind a seek failed: ", index) + end.words);
+                          textf("track %d: the read after a seek failed: ", index) + end.words);
     };
     for (const std::string& time : options.times) {
         for (const Mode& mode : modes) {
