@@ -48,6 +48,8 @@ inline uint32_t zoflv_be32(const uint8_t* bytes)
 /// A field of `count` bytes, 0 to 8.
 inline uint64_t zoflv_be(const uint8_t* bytes, int count)
 {
+    if (count == 4) // most fields of a size that the file tells
+        return zoflv_be32(bytes);
     uint64_t value = 0;
     for (int i = 0; i < count; ++i)
         value = value << 8 | bytes[i];

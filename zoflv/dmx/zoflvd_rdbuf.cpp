@@ -23,37 +23,23 @@ size_t left(const ZOFLVD_RDBUF* rb)
     return rb->cur < rb->end ? static_cast<size_t>(rb->end - rb->cur) : 0;
 }
 
-// Skips the next n bytes and gives their address, which may be null when n is 0.
-bool take(ZOFLVD_RDBUF* rb, size_t n, const uint8_t** bytes)
-{
-    if (n > left(rb)) {
-        fail(112);
-        return false;
-    }
-    *bytes = rb->cur;
-    rb->cur += n;
-    return true;
-}
-
 } // namespace
 
-int zoflvd_rdbuf_init(ZOFLVD_RDBUF* rb, void* block, int size, const _ZOCMN_MFAL* mfal, void* fh,
-                      int clear)
+int zoflvd_rdbuf_past_end()
 {
-    if (clear)
-        *rb = ZOFLVD_RDBUF{};
-    if (mfal->read(fh, block, size) != size || size < 0) {
-        __android_log_print(ANDROID_LOG_WARN, tag, "fread() failed, EOF?");
-        __android_log_print(ANDROID_LOG_ERROR, tag, "zoflvd_rdbuf_init() failed");
-        *rb = ZOFLVD_RDBUF{};
-        return ZOFLV_EOF;
-    }
-    rb->size = static_cast<uint32_t>(size);
-    rb->base = static_cast<const uint8_t*>(block);
-    rb->bit_pos = 0;
-    rb->cur = rb->base;
-    rb->end = rb->base + rb->size;
-    return ZOFLV_OK;
+    return fail(112);
+}
+
+int zoflvd_rdbuf_no_int24()
+{
+    return fail(245);
+}
+
+int zoflvd_rdbuf_not_filled()
+{
+    __android_log_print(ANDROID_LOG_WARN, tag, "fread() failed, EOF?");
+    __android_log_print(ANDROID_LOG_ERROR, tag, "zoflvd_rdbuf_init() failed");
+    return ZOFLV_EOF;
 }
 
 void zoflvd_rdbuf_deinit(ZOFLVD_RDBUF*) {}
@@ -69,7 +55,7 @@ int zoflvd_rdbuf_read(ZOFLVD_RDBUF* rb, void* dst, int count)
         return fail(108);
     const size_t n = static_cast<size_t>(count);
     const uint8_t* bytes = nullptr;
-    if (!take(rb, n, &bytes))
+    if (!zoflvd_rdbuf_take(rb, n, &bytes))
         return ZOFLV_ERR_FAIL;
     if (dst && n > 0)
         std::memcpy(dst, bytes, n);
@@ -82,16 +68,6 @@ int zoflvd_rdbuf_rewind(ZOFLVD_RDBUF* rb, int count)
         rb->cur = rb->base;
     else
         rb->cur -= count;
-    return ZOFLV_OK;
-}
-
-int zoflvd_rdbuf_byte(ZOFLVD_RDBUF* rb, uint8_t* out)
-{
-    const uint8_t* p = nullptr;
-    if (!take(rb, 1, &p))
-        return ZOFLV_ERR_FAIL;
-    if (out)
-        *out = p[0];
     return ZOFLV_OK;
 }
 
@@ -118,28 +94,17 @@ int zoflvd_rdbuf_bits(ZOFLVD_RDBUF* rb, int n, uint32_t* out)
 int zoflvd_rdbuf_int16(ZOFLVD_RDBUF* rb, uint16_t* out)
 {
     const uint8_t* p = nullptr;
-    if (!take(rb, 2, &p))
+    if (!zoflvd_rdbuf_take(rb, 2, &p))
         return fail(217);
     if (out)
         *out = static_cast<uint16_t>(zoflv_be16(p));
     return ZOFLV_OK;
 }
 
-int zoflvd_rdbuf_int24(ZOFLVD_RDBUF* rb, uint32_t* out)
-{
-    if (!out)
-        return ZOFLV_ERR_FAIL;
-    const uint8_t* p = nullptr;
-    if (!take(rb, 3, &p))
-        return fail(245);
-    *out = zoflv_be24(p);
-    return ZOFLV_OK;
-}
-
 int zoflvd_rdbuf_int32(ZOFLVD_RDBUF* rb, uint32_t* out)
 {
     const uint8_t* p = nullptr;
-    if (!take(rb, 4, &p))
+    if (!zoflvd_rdbuf_take(rb, 4, &p))
         return fail(230);
     if (out)
         *out = zoflv_be32(p);

@@ -5,10 +5,11 @@
 #include "zoflv/dmx/zoflvd_log.h"
 #include "zoflv/dmx/zoflvd_rdbuf.h"
 
-int zoflvd_tag_read(const _ZOCMN_MFAL* mfal, void* fh, ZOFLVD_TAG* tag)
+namespace {
+
+// zoflvd_tag_read() with arguments that were tested.
+[[gnu::always_inline]] inline int read_tag(const _ZOCMN_MFAL* mfal, void* fh, ZOFLVD_TAG* tag)
 {
-    if (!mfal || !fh || !tag)
-        return zoflvd_log_error("ERR: invalid argument, exit.");
     *tag = ZOFLVD_TAG{};
     int64_t pos = 0;
     if (zoflv_file_getpos(mfal, fh, &pos) != 0)
@@ -36,6 +37,15 @@ int zoflvd_tag_read(const _ZOCMN_MFAL* mfal, void* fh, ZOFLVD_TAG* tag)
     return ZOFLV_OK;
 }
 
+} // namespace
+
+int zoflvd_tag_read(const _ZOCMN_MFAL* mfal, void* fh, ZOFLVD_TAG* tag)
+{
+    if (!mfal || !fh || !tag)
+        return zoflvd_log_error("ERR: invalid argument, exit.");
+    return read_tag(mfal, fh, tag);
+}
+
 int zoflvd_tag_next(const _ZOCMN_MFAL* mfal, void* fh, const int64_t* start, int type, int max_tags,
                     const int64_t* end, ZOFLVD_TAG* tag)
 {
@@ -50,7 +60,7 @@ int zoflvd_tag_next(const _ZOCMN_MFAL* mfal, void* fh, const int64_t* start, int
     for (int count = 0; pos < *end;) {
         if (zoflv_file_setpos(mfal, fh, pos) != 0)
             return zoflvd_fail(2595);
-        const int rc = zoflvd_tag_read(mfal, fh, tag);
+        const int rc = read_tag(mfal, fh, tag);
         if (rc != ZOFLV_OK) {
             // No later read from this file is to find data.
             return zoflv_file_setpos(mfal, fh, *end) == 0 ? rc : zoflvd_fail(2602);
