@@ -50,7 +50,19 @@ done
 expect 1 info "$tmp"/*.bad; expect 0 info "$samples"/*.flv; holds "codec not supported by the device"
 expect 1 info --json "$tmp"/*.bad; expect 0 info --json "$samples"/*.flv; holds '"framework":{"name":"ZoFLVExtractor"'
 expect 2 info --json "$tmp/bad" "$sample" "$tmp/none" # the worst code; the sound one is shown
-[ "$(wc -l <"$tmp/out")" -eq 1 ] && [ "$(wc -l <"$tmp/err")" -eq 2 ] || fail "not one and two lines"
+[ "$(wc -l <"$tmp/out")" -eq 3 ] && [ "$(wc -l <"$tmp/err")" -eq 2 ] || fail "not three and two lines"
+holds 'bad","status":"refused","reason":"[^"]'; holds '"status":"ok","reason":null'; holds 'none","status":"failed"'
+# A property that the metadata do not have is null; a name that nobody knows is shown, escaped.
+odd() { # onMetaData: duration NaN, width 0, "x<ESC>": "<CSI>y", an index whose only offset, a double, begins with $1
+    printf 'FLV\1\1\0\0\0\011\0\0\0\0\022\0\0\203\0\0\0\0\0\0\0\2\0\012onMetaData\010\0\0\0\4'
+    printf '\0\010duration\0\177\370\0\0\0\0\0\0\0\005width\0\0\0\0\0\0\0\0\0\0\002x\033\2\0\003\302\233y'
+    printf "\\0\\011keyframes\\3\\0\\015filepositions\\012\\0\\0\\0\\1\\0\\100$1\\0\\0\\0\\0\\0\\0\\005times\\012\\0\\0\\0\\1"
+    printf '\0\0\0\0\0\0\0\0\0\0\0\011\0\0\011\0\0\0\216\011\0\0\022\0\0\0\0\0\0\0\022\0\0\200\0\210\0\004\200\010\0\0\0\0\0\0\0\0\0\0\0\0\035'
+}
+odd '\217\100' >"$tmp/odd"; expect 1 info --json --index "$tmp/odd"
+holds '"duration":null,"last_timestamp":null'; holds '"width":0.0,"height":null'; holds '"rejected","reason":"its first offset, 1000, lies past'
+holds '"entries":\[{"time_us":0,"offset":1000}\]'; holds '"x.u001b":'; expect 1 info --all "$tmp/odd"; holds '^    x.x1b '
+odd '\060\0' >"$tmp/odd"; expect 0 info "$tmp/odd"; holds 'index    not used: at its first offset, 16, there is no tag'
 
 expect 0 seek --json --mode all --track 1 "$samples/avc_aac_index.flv" 2.6
 [ "$(sed 's/.*"landed_us":\([0-9]*\),.*"reads":\([0-9]*\),.*/\1 \2/' "$tmp/out" | tr '\n' ' ')" = \
@@ -115,6 +127,9 @@ no_option_-x info -x $sample
 from_0_on_is_needed,_not_"-1" frames --track -1 $sample
 from_0_on_is_needed,_not_"-1" frames --track=-1 $sample
 "-5"_is_no_time seek $sample -5
+"1:60"_is_no_time seek $sample 1:60
+no_time_named seek $sample
+no_file_named seek 1
 previous,_next seek $sample 1 --mode x
 EOF
 for c in info frames seek extract; do

@@ -15,6 +15,9 @@
 #include <string>
 #include <vector>
 
+/// Of every JSON object that the command prints.
+constexpr int schema_version = 1;
+
 /// What goes wrong before the first file is looked at; ends the run.
 class SetupFailure : public Failure {
 public:

@@ -41,6 +41,7 @@ public:
     const _ZOCMN_MFAL& mfal() const { return m_mfal; }
     LogTap& log() const { return m_log; }
     int64_t size() const; ///< bytes
+    zoflv_host::DataSource& source() const { return *m_source; }
 
 private:
     // Each member uses those above it.

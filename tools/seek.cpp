@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/commands.h"
 #include "tools/file.h"
+#include "tools/output_file.h"
 
 #include <charconv>
 #include <cinttypes>
@@ -9,8 +10,7 @@
 namespace {
 
 struct SeekOptions {
-    std::string file;
-    std::vector<std::string> times; ///< as parse_time() takes them
+    std::vector<std::string> words; ///< files and times, as they were given
     int track = -1;                 ///< -1: all
     std::string mode = "previous";  ///< or "next", "closest-sync", "closest", "all"
     bool json = false;
@@ -137,9 +137,15 @@ void print_seek(const Json& row, const SeekMeter& meter)
         printable(row["status"].get<std::string>()) + '\n');
 }
 
+/// One file to seek in.
+struct SeekFile {
+    std::string path;
+    std::vector<int64_t> targets_us;
+};
+
 /// Carries out the seeks of one track.
-void seek_track(zoflv_host::Extractor& extractor, int index, const SeekOptions& options,
-                LogTap& log, int* worst)
+void seek_track(zoflv_host::Extractor& extractor, int index, const SeekFile& file,
+                const SeekOptions& options, LogTap& log, int* worst)
 {
     const std::unique_ptr<Track> track = start_track(extractor, index, log);
     SeekMeter meter(*track, extractor.source());
@@ -156,6 +162,8 @@ void seek_track(zoflv_host::Extractor& extractor, int index, const SeekOptions& 
         const Ending end = landed ? Ending{zoflv_host::status_text(result.status), false}
                                   : ending(result.status, target_us > duration_us, log);
         const Json row = {
+            {"schema_version", schema_version},
+            {"file", file.path},
             {"track", index},
             {"mode", mode.name},
             {"target_us", target_us},
@@ -171,25 +179,58 @@ void seek_track(zoflv_host::Extractor& extractor, int index, const SeekOptions& 
             throw Failure(EXIT_BAD_FILE,
                           textf("track %d: the read after a seek failed: ", index) + end.words);
     };
-    for (const std::string& time : options.times) {
+    for (const int64_t target_us : file.targets_us) {
         for (const Mode& mode : modes) {
             if (options.mode == "all" || options.mode == mode.name)
-                attempt(worst, options.file, [&] { seek(parse_time(time).value_or(0), mode); });
+                attempt(worst, file.path, [&] { seek(target_us, mode); });
         }
     }
 }
 
-int run_seek(const SeekOptions& options, const PluginPtr& plugin, LogTap& log)
+void seek_file(const SeekFile& file, const SeekOptions& options, Session& session, int* worst)
 {
-    const ExtractorPtr extractor = open_extractor(plugin, options.file, log);
+    const ExtractorPtr extractor = open_extractor(session.plugin(), file.path, session.log());
     const int count = static_cast<int>(extractor->count_tracks());
-    const std::vector<int> tracks = select_numbers("track", options.track, count);
-    if (!options.json)
-        put(textf("%5s  %-12s %12s %12s %12s %6s %9s %7s %9s  %s\n", "track", "mode", "target (s)",
-                  "landed (s)", "off by (s)", "reads", "bytes", "+reads", "+bytes", "status"));
+    for (const int track : select_numbers("track", options.track, count))
+        attempt(worst, file.path,
+                [&] { seek_track(*extractor, track, file, options, session.log(), worst); });
+}
+
+/// Files and times come in any order. What looks like a time and is neither is told at once.
+void sort_words(const SeekOptions& options, std::vector<std::string>* files,
+                std::vector<int64_t>* targets_us)
+{
+    for (const std::string& word : options.words) {
+        const auto time = parse_time(word);
+        if (time)
+            targets_us->push_back(*time);
+        else if (word.find_first_of("-.0123456789") == 0 && !same_file(word, word))
+            throw SetupFailure("usage", '"' + word + "\" is no time, and no file");
+        else
+            files->push_back(word);
+    }
+    if (files->empty())
+        throw SetupFailure("usage", "no file named (zoflv seek --help shows the usage)");
+    if (targets_us->empty())
+        throw SetupFailure("usage", "no time named (zoflv seek --help shows the usage)");
+}
+
+int run_seek(const SeekOptions& options, Session& session)
+{
+    std::vector<std::string> files;
+    std::vector<int64_t> targets_us;
+    sort_words(options, &files, &targets_us);
+    session.plugin();
     int worst = EXIT_FINE;
-    for (const int track : tracks)
-        attempt(&worst, options.file, [&] { seek_track(*extractor, track, options, log, &worst); });
+    for (const std::string& path : files) {
+        if (!options.json && files.size() > 1)
+            put(printable(path) + ":\n");
+        if (!options.json)
+            put(textf("%5s  %-12s %12s %12s %12s %6s %9s %7s %9s  %s\n", "track", "mode",
+                      "target (s)", "landed (s)", "off by (s)", "reads", "bytes", "+reads",
+                      "+bytes", "status"));
+        attempt(&worst, path, [&] { seek_file({path, targets_us}, options, session, &worst); });
+    }
     return worst;
 }
 
@@ -201,28 +242,19 @@ Command add_seek(CLI::App& app)
         "Where seeks land and what they cost",
         "  zoflv seek recording.flv 83.5\n"
         "  zoflv seek recording.flv 1:23.5 0:10:00 --mode all --track 1\n"
-        "  zoflv seek --json recording.flv 60 | jq .landed_us",
+        "  zoflv seek --json *.flv 60 | jq -r '[.file, .landed_us] | @tsv'",
+        "A time is in seconds: 83.5, 1:23.5 or 0:01:23.5; a file of such a name is ./83.5.\n"
         "Reads and bytes are those of the seek; +reads and +bytes those of the frame after it,\n"
         "which the framework asks for with the seek. A seek that finds nothing is no failure.",
     };
     const auto options = std::make_shared<SeekOptions>();
     CLI::App* command = add_command(app, "seek", help);
-    add_file(command, &options->file);
-    command->add_option("TIME", options->times, "Seconds, as 83.5, 1:23.5 or 0:01:23.5")
+    command->add_option("FILE_OR_TIME", options->words, "FLV files, and times to seek to")
         ->required()
-        ->type_name("")
-        ->check([](const std::string& text) {
-            return parse_time(text) ? std::string() : "\"" + text + "\" is no time";
-        });
+        ->type_name("");
     add_number(command, "--track", &options->track, "Only this one, counted from 0");
     add_choice(command, "--mode", &options->mode, "What the seek looks for",
                {"previous", "next", "closest-sync", "closest", "all"});
     add_json(command, &options->json);
-    return {command, [options](Session& session) {
-                const PluginPtr& plugin = session.plugin();
-                int worst = EXIT_FINE;
-                attempt(&worst, options->file,
-                        [&] { worst = run_seek(*options, plugin, session.log()); });
-                return worst;
-            }};
+    return {command, [options](Session& session) { return run_seek(*options, session); }};
 }
