@@ -19,7 +19,7 @@ for sample in "$@"; do
         sed 's/^index\([01]\)type/\1 /' | sort -k 2 >"$tmp/streams"
     while read -r stream type; do
         "$zoflv" frames --demuxer --json --stream "$stream" "$sample" |
-            sed "s/.*\"time\":\([0-9]*\),.*\"length\":\([0-9]*\),.*/$type,\1,\2/" >>"$tmp/ours"
+            sed "/\"end\":/d; s/.*\"time\":\([0-9]*\),.*\"length\":\([0-9]*\),.*/$type,\1,\2/" >>"$tmp/ours"
     done <"$tmp/streams"
     ffprobe -v error -show_entries packet=codec_type,dts,size -of csv=p=0 "$sample" |
         awk -F, '{ printf "%s,%d,%d\n", $1, $2 * 10000, $3 }' | sort -s -t, -k 1,1 >"$tmp/theirs"

@@ -3,8 +3,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
 namespace {
 
@@ -34,22 +32,6 @@ public:
     }
 };
 
-zoflv_inspect::DeviceProfile read_device(const std::string& path)
-{
-    if (path.empty())
-        return zoflv_inspect::default_device_profile();
-    std::ifstream file(path);
-    if (!file)
-        throw SetupFailure(path, "the device profile cannot be opened");
-    std::ostringstream text;
-    text << file.rdbuf(); // nothing of a folder, which is no JSON then
-    std::string error;
-    const auto profile = zoflv_inspect::parse_device_profile(text.str(), &error);
-    if (!profile)
-        throw SetupFailure(path, "no device profile: " + error);
-    return *profile;
-}
-
 bool exists(const std::string& path)
 {
     std::error_code error;
@@ -72,24 +54,6 @@ std::string unexpected(const std::string& word, const std::string& name)
 }
 
 } // namespace
-
-Session::Session(const SharedOptions& options)
-    : m_options(options), m_log(options.verbose), m_device(read_device(options.device))
-{
-    zoflv_host::set_device(zoflv_inspect::device_settings(m_device));
-}
-
-const PluginPtr& Session::plugin()
-{
-    if (m_plugin)
-        return m_plugin;
-    try {
-        m_plugin = load_plugin(m_options.plugin);
-    } catch (const Failure& failure) {
-        throw SetupFailure("plugin", failure.what());
-    }
-    return m_plugin;
-}
 
 std::shared_ptr<CLI::FormatterBase> help_formatter()
 {

@@ -4,60 +4,13 @@
 /// function that runs it with a session.
 #pragma once
 
-#include "inspect/device_profile.h"
-#include "tools/framework.h"
-#include "tools/log.h"
-#include "tools/output.h"
+#include "tools/session.h"
 
 #include <CLI/CLI.hpp>
 
 #include <functional>
 #include <string>
 #include <vector>
-
-/// Of every JSON object that the command prints.
-constexpr int schema_version = 1;
-
-/// What goes wrong before the first file is looked at; ends the run.
-class SetupFailure : public Failure {
-public:
-    SetupFailure(std::string subject, const std::string& text)
-        : Failure(EXIT_USAGE, text), m_subject(std::move(subject))
-    {}
-    const std::string& subject() const { return m_subject; }
-
-private:
-    std::string m_subject;
-};
-
-/// The options that all subcommands share.
-struct SharedOptions {
-    bool verbose = false;
-    bool quiet = false;
-    std::string plugin; ///< path; empty: the one found
-    std::string device; ///< path of a profile; empty: the default
-};
-
-/// What a run has at hand. Made after the command line was read.
-class Session {
-public:
-    /// Sets the device up. Throws SetupFailure when its profile cannot be read.
-    explicit Session(const SharedOptions& options);
-
-    LogTap& log() { return m_log; }
-    /// No progress, no summary on stderr.
-    bool quiet() const { return m_options.quiet; }
-    /// Loaded when first asked for. Throws SetupFailure: ask before the first file.
-    const PluginPtr& plugin();
-    /// What the device plays: the plugin is told so when it asks about video.
-    const zoflv_inspect::DeviceProfile& device() const { return m_device; }
-
-private:
-    const SharedOptions m_options;
-    LogTap m_log;
-    PluginPtr m_plugin;
-    zoflv_inspect::DeviceProfile m_device;
-};
 
 /// A subcommand, registered.
 struct Command {

@@ -2,7 +2,8 @@
 #include "tools/commands.h"
 #include "tools/elementary.h"
 #include "tools/file.h"
-#include "tools/track_reader.h"
+#include "tools/frame_reader.h"
+#include "tools/progress.h"
 
 namespace {
 
@@ -27,23 +28,27 @@ void extract(const ExtractOptions& options, Session& session)
         throw Failure(EXIT_USAGE, "the output would replace it");
     const ExtractorPtr extractor = open_extractor(session.plugin(), options.file, session.log());
     const int index = chosen_track(options, static_cast<int>(extractor->count_tracks()));
-    TrackReader reader(*extractor, index, session.log());
+    const auto reader = read_track(*extractor, options.file, index, session.log());
     zoflv_host::Format format;
-    reader.track().format(&format);
-
+    extractor->track_format(static_cast<size_t>(index), &format);
     const std::unique_ptr<ElementaryWriter> writer =
         make_writer(format, options.output, options.raw, options.force);
+    Progress progress(options.file, reader->file_size(), !session.quiet());
     long long count = 0;
-    for (; const auto frame = reader.next(); ++count)
-        writer->frame(frame->data, frame->size, frame->time_us);
-    const std::string trouble = reader.trouble();
-    if (trouble.empty() || options.partial)
+    for (Frame frame{}; reader->next(&frame); ++count) {
+        writer->frame(frame.data, frame.size, frame.time);
+        if (frame.place)
+            progress.at(frame.place->offset);
+    }
+    const Ending end = reader->ending();
+    if (end.reason.empty() || options.partial)
         writer->finish();
-    if (!trouble.empty())
+    progress.clear();
+    if (!end.reason.empty())
         throw Failure(EXIT_BAD_FILE,
                       textf("track %d: reading ended after %lld frames%s: ", index, count,
                             options.partial ? "" : " (--partial keeps them)") +
-                          trouble);
+                          end.reason);
 }
 
 } // namespace

@@ -1,29 +1,25 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/commands.h"
 #include "tools/file.h"
+#include "tools/frame_reader.h"
+#include "tools/progress.h"
 
 #include <zlib.h>
 
-#include <algorithm>
-#include <functional>
 #include <memory>
+#include <unistd.h>
 
 namespace {
 
+using zoflv_inspect::Kind;
+
 struct FramesOptions {
-    std::string file;
+    std::vector<std::string> files;
     bool demuxer = false;
     int stream = -1; ///< of the demuxer; -1: all
     int track = -1;  ///< of the plugin; -1: all
     bool summary = false;
     bool json = false;
-};
-
-struct Frame {
-    const uint8_t* data; ///< until the next read
-    size_t size;
-    int64_t time;
-    std::optional<int64_t> next; ///< as the layout says
 };
 
 /// What is shown, and under which names.
@@ -44,79 +40,21 @@ struct Totals {
     std::optional<int64_t> first, last; ///< times, in the order of the file
 };
 
-/// Reads the next frame of a stream or track. Returns ZOFLV_OK, ZOFLV_EOF at the end of the stream,
-/// or what reason() explains.
-using ReadFrame = std::function<int(Frame* frame)>;
-
-/// A stream, as the demuxer reads it.
-ReadFrame stream_reader(const FlvFile& file, int index)
-{
-    LogTap& log = file.log();
-    log.reset();
-    int error = ZOFLV_ERR_FAIL;
-    const std::shared_ptr<ZOFLVDS> stream(zoflvds_open(file.handle(), index, &error),
-                                          zoflvds_close);
-    if (!stream)
-        throw Failure(EXIT_BAD_FILE,
-                      textf("stream %d cannot be opened: ", index) + reason(error, log));
-    return [&log, stream, buffer = std::vector<uint8_t>(1)](Frame* frame) mutable {
-        log.step();
-        int length = 0;
-        int rc = zoflvds_get_frm(stream.get(), nullptr, 0, &length, nullptr, nullptr);
-        if (rc != ZOFLV_OK)
-            return rc;
-        buffer.resize(std::max(buffer.size(), static_cast<size_t>(length)));
-        int64_t next_time = 0;
-        rc = zoflvds_get_frm(stream.get(), buffer.data(), static_cast<int>(buffer.size()), &length,
-                             &frame->time, &next_time);
-        frame->data = buffer.data();
-        frame->size = static_cast<size_t>(length);
-        frame->next = next_time;
-        return rc;
-    };
-}
-
-/// A track, as the framework reads it.
-ReadFrame track_reader(zoflv_host::Extractor& extractor, int index, LogTap& log)
-{
-    const std::shared_ptr<zoflv_host::Track> track = start_track(extractor, index, log);
-    const auto sample = std::make_shared<zoflv_host::Sample>();
-    return [&log, track, sample](Frame* frame) -> int {
-        sample->release(); // the track has one buffer
-        log.step();
-        zoflv_host::ReadResult result = track->read();
-        if (result.status == AMEDIA_ERROR_END_OF_STREAM)
-            return ZOFLV_EOF;
-        if (!result.sample)
-            return result.status == AMEDIA_OK ? AMEDIA_ERROR_UNKNOWN : result.status;
-        *sample = std::move(result.sample);
-        *frame = {sample->data(), sample->size(), sample->time_us().value_or(0),
-                  sample->duration_us()};
-        return ZOFLV_OK;
-    };
-}
-
-/// Why the read that gave `rc` ended the stream; empty at its ordinary end. That includes an AVC
-/// tag without payload after the last frame: encoders write their end-of-sequence tag so.
-std::string trouble(const ReadFrame& read, int rc, LogTap& log)
-{
-    bool passed = false;
-    while (rc == ZOFLV_EOF && log.empty_avc_tag()) {
-        passed = true;
-        log.reset();
-        Frame frame{};
-        rc = read(&frame);
-    }
-    if (passed && rc == ZOFLV_OK)
-        return "an AVC tag without payload, with more after it";
-    return rc == ZOFLV_EOF ? log.cause() : reason(rc, log);
-}
+/// One stream or track of a file, and how its frames are shown.
+struct Listing {
+    const FramesOptions& options;
+    const Layout& layout;
+    const std::string& path;
+    std::string begin; ///< of each JSON object: schema_version, file and the stream's number
+    int stream;
+    bool progress;
+};
 
 // Rows are put together without the heap: a recording of a few hours has a million.
 
 void add_member(Line* line, const char* name, std::optional<int64_t> number)
 {
-    line->add(line->size() == 0 ? "{\"" : ",\"").add(name).add("\":");
+    line->add(",\"").add(name).add("\":");
     if (number)
         line->add(*number);
     else
@@ -139,21 +77,29 @@ void add_time(Line* line, size_t width, const Layout& layout, std::optional<int6
     line->align(start, width);
 }
 
-void print_frame(const Layout& layout, int stream, int64_t index, const Frame& frame, bool json)
+void print_frame(const Listing& listing, int64_t index, const Frame& frame, bool video)
 {
+    const auto& place = frame.place;
+    const Layout& layout = listing.layout;
     const auto crc = static_cast<uint32_t>(crc32_z(0, frame.data, frame.size));
     const auto size = static_cast<int64_t>(frame.size);
     Line line;
-    if (json) {
-        add_member(&line, layout.stream, stream);
+    if (listing.options.json) {
+        put(listing.begin);
         add_member(&line, "index", index);
         add_member(&line, layout.time, frame.time);
         add_member(&line, layout.next, frame.next);
         add_member(&line, layout.size, size);
-        put(line.add(",\"crc32\":\"").add_hex(crc).add("\"}\n").text());
+        line.add(",\"crc32\":\"").add_hex(crc).add("\"");
+        add_member(&line, "offset", place ? std::optional(place->offset) : std::nullopt);
+        add_member(&line, "pts_us", place ? std::optional(place->pts_us) : std::nullopt);
+        line.add(!place || !video  ? ",\"keyframe\":null}\n"
+                 : place->keyframe ? ",\"keyframe\":true}\n"
+                                   : ",\"keyframe\":false}\n");
+        put(line.text());
         return;
     }
-    add_number(&line, 6, stream);
+    add_number(&line, 6, listing.stream);
     add_number(&line, 9, index);
     add_time(&line, 17, layout, frame.time);
     add_time(&line, 17, layout, frame.next);
@@ -161,19 +107,30 @@ void print_frame(const Layout& layout, int stream, int64_t index, const Frame& f
     put(line.add("  ").add_hex(crc).add("\n").text());
 }
 
-void print_totals(const Layout& layout, int stream, const Totals& totals, bool json)
+/// The member "end" of a JSON object.
+void put_end(const Ending& end)
 {
+    const Json object = {{"complete", !end.missing},
+                         {"at_byte", end.missing ? Json(*end.missing) : Json(nullptr)},
+                         {"reason", end.reason.empty() ? Json(nullptr) : Json(end.reason)}};
+    put(",\"end\":" + json_text(object) + "}\n");
+}
+
+void print_totals(const Listing& listing, const Totals& totals, const Ending& end)
+{
+    const Layout& layout = listing.layout;
     Line line;
-    if (json) {
-        add_member(&line, layout.stream, stream);
+    if (listing.options.json) {
+        put(listing.begin);
         add_member(&line, "frames", totals.frames);
         add_member(&line, "bytes", totals.bytes);
         add_member(&line, layout.first, totals.first);
         add_member(&line, layout.last, totals.last);
-        put(line.add("}\n").text());
+        put(line.text());
+        put_end(end);
         return;
     }
-    add_number(&line, 6, stream);
+    add_number(&line, 6, listing.stream);
     add_number(&line, 9, totals.frames);
     add_number(&line, 15, totals.bytes);
     add_time(&line, 17, layout, totals.first);
@@ -192,52 +149,78 @@ void print_heading(const Layout& layout, bool summary)
 }
 
 /// Prints the frames of one stream. Throws Failure where reading ends before the stream does.
-void list_frames(const ReadFrame& read, const Layout& layout, int stream,
-                 const FramesOptions& options, LogTap& log)
+void list_frames(FrameReader& reader, const Listing& listing)
 {
+    const Layout& layout = listing.layout;
+    const bool video = reader.kind() == Kind::VIDEO;
+    Progress progress(listing.path, reader.file_size(), listing.progress);
     Totals totals;
-    Frame frame{};
-    int rc = ZOFLV_OK;
-    for (; (rc = read(&frame)) == ZOFLV_OK; ++totals.frames) {
-        if (!options.summary)
-            print_frame(layout, stream, totals.frames, frame, options.json);
+    for (Frame frame{}; reader.next(&frame); ++totals.frames) {
+        if (frame.place)
+            progress.at(frame.place->offset);
+        if (!listing.options.summary)
+            print_frame(listing, totals.frames, frame, video);
         totals.bytes += static_cast<int64_t>(frame.size);
         totals.last = frame.time;
         if (!totals.first)
             totals.first = frame.time;
     }
-    if (options.summary)
-        print_totals(layout, stream, totals, options.json);
-    const std::string why = trouble(read, rc, log);
-    if (!why.empty())
+    const Ending end = reader.ending();
+    progress.clear();
+    if (listing.options.summary) {
+        print_totals(listing, totals, end);
+    } else if (listing.options.json) {
+        put(listing.begin);
+        put_end(end);
+    }
+    if (!end.reason.empty())
         throw Failure(EXIT_BAD_FILE,
-                      textf("%s %d: reading ended after %lld frames: ", layout.stream, stream,
-                            static_cast<long long>(totals.frames)) +
-                          why);
+                      textf("%s %d: reading ended after %lld frames: ", layout.stream,
+                            listing.stream, static_cast<long long>(totals.frames)) +
+                          end.reason);
 }
 
-/// The frames of one track or stream, or of all one after the other.
-/// @param plugin  not used with `options.demuxer`
-int run_frames(const FramesOptions& options, const PluginPtr& plugin, LogTap& log)
+/// The frames of one track or stream of a file, or of all one after the other.
+void list_file(const std::string& path, const FramesOptions& options, Session& session, int* worst)
 {
+    LogTap& log = session.log();
     std::unique_ptr<const FlvFile> file;
     ExtractorPtr extractor;
     if (options.demuxer)
-        file = std::make_unique<FlvFile>(options.file, log);
+        file = std::make_unique<FlvFile>(path, log);
     else
-        extractor = open_extractor(plugin, options.file, log);
+        extractor = open_extractor(session.plugin(), path, log);
     const Layout& layout = file ? demuxer_layout : plugin_layout;
     const int count = file ? file->info().strm_cnt : static_cast<int>(extractor->count_tracks());
-    const auto chosen = select_numbers(layout.stream, file ? options.stream : options.track, count);
-    buffer_output();
+    const bool progress = !session.quiet() && (options.summary || ::isatty(STDOUT_FILENO) == 0);
+    const std::string begin =
+        textf("{\"schema_version\":%d,\"file\":", schema_version) + json_text(path);
     if (!options.json)
         print_heading(layout, options.summary);
-    int worst = EXIT_FINE;
-    for (const int i : chosen) // after one that is damaged the other may be sound
-        attempt(&worst, options.file, [&] {
-            list_frames(file ? stream_reader(*file, i) : track_reader(*extractor, i, log), layout,
-                        i, options, log);
+    for (const int i :
+         select_numbers(layout.stream, file ? options.stream : options.track, count)) {
+        const Listing listing = {
+            options, layout, path, begin + textf(",\"%s\":%d", layout.stream, i), i, progress};
+        // After one that is damaged the other may be sound.
+        attempt(worst, path, [&] {
+            const auto reader =
+                file ? read_stream(*file, path, i) : read_track(*extractor, path, i, log);
+            list_frames(*reader, listing);
         });
+    }
+}
+
+int run_frames(const FramesOptions& options, Session& session)
+{
+    if (!options.demuxer)
+        session.plugin();
+    buffer_output();
+    int worst = EXIT_FINE;
+    for (const std::string& path : options.files) {
+        if (!options.json && options.files.size() > 1)
+            put(printable(path) + ":\n");
+        attempt(&worst, path, [&] { list_file(path, options, session, &worst); });
+    }
     return worst;
 }
 
@@ -249,13 +232,17 @@ Command add_frames(CLI::App& app)
         "Every frame's time, duration, size and CRC-32; or what they come to",
         "  zoflv frames recording.flv\n"
         "  zoflv frames --json --track 0 recording.flv | jq .size\n"
-        "  zoflv frames --summary recording.flv      one line for each track\n"
+        "  zoflv frames --summary *.flv              one line for each track\n"
         "  zoflv frames --demuxer recording.flv      without the plugin",
-        "",
+        "With --json each track ends with an object that has \"end\": whether all its frames "
+        "came,\n"
+        "else the position of the first tag whose frame did not, and why.",
+        "0 fine; 1 a file is not readable as FLV, a read failed, or a track ends before its last\n"
+        "frame; 2 wrong usage, or a file, the plugin or the output cannot be opened or written",
     };
     const auto options = std::make_shared<FramesOptions>();
     CLI::App* command = add_command(app, "frames", help);
-    add_file(command, &options->file);
+    add_files(command, &options->files);
     CLI::Option* track =
         add_number(command, "--track", &options->track, "Only this one, counted from 0");
     CLI::Option* demuxer = command->add_flag("--demuxer", options->demuxer,
@@ -266,11 +253,5 @@ Command add_frames(CLI::App& app)
     command->add_flag("--summary", options->summary,
                       "Read them all, show only their number, bytes and times");
     add_json(command, &options->json);
-    return {command, [options](Session& session) {
-                const PluginPtr plugin = options->demuxer ? nullptr : session.plugin();
-                int worst = EXIT_FINE;
-                attempt(&worst, options->file,
-                        [&] { worst = run_frames(*options, plugin, session.log()); });
-                return worst;
-            }};
+    return {command, [options](Session& session) { return run_frames(*options, session); }};
 }

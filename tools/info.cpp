@@ -37,13 +37,14 @@ int run_info(const InfoOptions& options, Session& session)
     for (const std::string& path : options.files) {
         InfoRecord record = read_info(path, options.index, session);
         if (options.scan && options.json)
-            attempt(&worst, path, [&] { record.object["scan"] = scan_json(scan_file(path)); });
+            attempt(&worst, path,
+                    [&] { record.object["scan"] = scan_json(scan_file(path, !session.quiet())); });
         print(options, record.object);
         if (record.code != EXIT_FINE)
             complain(path, record.object["reason"].get<std::string>());
         worst = std::max(worst, record.code);
         if (options.scan && !options.json && record.code != EXIT_USAGE) // a refused file too
-            attempt(&worst, path, [&] { print_scan(scan_file(path)); });
+            attempt(&worst, path, [&] { print_scan(scan_file(path, !session.quiet())); });
     }
     return worst;
 }

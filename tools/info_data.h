@@ -3,8 +3,7 @@
 /// What `info` knows of a file, as the JSON object that it prints.
 #pragma once
 
-#include "tools/command.h"
-#include "tools/output.h"
+#include "tools/session.h"
 
 #include <string>
 

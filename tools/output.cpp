@@ -19,19 +19,6 @@ std::string textf(const char* format, ...)
     return text;
 }
 
-std::string printable(std::string_view text, bool ascii)
-{
-    std::string out;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7F || (ascii && byte > 0x7F))
-            out += textf("\\x%02x", byte);
-        else
-            out += c;
-    }
-    return out;
-}
-
 std::string seconds(int64_t ticks)
 {
     return std::string(Line().add_seconds(ticks).text());
@@ -121,9 +108,15 @@ void put(std::string_view text)
         output_failed();
 }
 
+std::string json_text(const Json& value)
+{
+    static const bool terminal = ::isatty(STDOUT_FILENO) != 0;
+    return value.dump(-1, ' ', terminal, Json::error_handler_t::replace);
+}
+
 void put_line(const Json& value)
 {
-    put(value.dump(-1, ' ', false, Json::error_handler_t::replace) + '\n');
+    put(json_text(value) + '\n');
 }
 
 void flush_output()

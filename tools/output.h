@@ -38,8 +38,9 @@ public:
 /// printf into a string.
 std::string textf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// The text without control characters, which become \xNN, so that it stays on one line and leaves
-/// the terminal alone. With `ascii` the bytes from 0x80 are escaped too.
+/// The text without control characters, marks of direction and bytes that are no UTF-8, which become
+/// \xNN, so that it stays on one line and leaves the terminal alone. With `ascii` all bytes from 0x80
+/// are escaped.
 std::string printable(std::string_view text, bool ascii = false);
 
 /// A time or duration in seconds, exactly, with at least three decimals.
@@ -75,7 +76,10 @@ private:
 void buffer_output();
 /// Writes to stdout. Throws OutputFailure when that fails.
 void put(std::string_view text);
-/// Writes one JSON value and a line end; bytes that are no UTF-8 become replacement characters.
+/// A JSON value on one line; bytes that are no UTF-8 become replacement characters. For a terminal
+/// in ASCII alone.
+std::string json_text(const Json& value);
+/// Writes one JSON value and a line end.
 void put_line(const Json& value);
 void flush_output();
 
