@@ -75,6 +75,7 @@ printf '{"name": "small", "mime_types": ["video/avc"], "largest_landscape": {"wi
 expect 0 info --device "$tmp/small.json" "$samples/avc_aac_index.flv"; holds "picture larger than the device's limit"
 sed 's/191/192/; s/avc/vp8/' "$tmp/small.json" >"$tmp/vp8.json"; expect 0 info --device "$tmp/vp8.json" "$samples/avc_aac_index.flv"
 holds "codec not supported by the device"
+expect 0 info --device "$tmp/small.json" "$samples/audio_aac.flv"; holds "mono; not played: codec not supported"
 expect 0 info --json "$samples/h263_mp3.flv"; cp "$tmp/out" "$tmp/built-in"; sed -n '/^```json/,/^```$/{//!p}' "$samples/../docs/device.md" >"$tmp/documented"
 expect 0 info --json --device "$tmp/documented" "$samples/h263_mp3.flv"; cmp "$tmp/out" "$tmp/built-in" || fail "the default is not as documented"
 for change in 's/.*//' 's/{"w/{{"w/' 's/"name"/"names"/' 's/"video/"text/' 's/191/0/' 's/191/1e9/' 's/, "height": 112//' 's/\[.*\]/{}/'; do
