@@ -27,8 +27,10 @@ constexpr struct {
     {"Hz", " sample_rate sample-rate "},
     {"pixels", " width height display-width display-height "},
     {"frames/s", " frame_rate frame-rate "},
-    {"by the metadata", " frame_count "},
+    {"frames", " frame_count "},
 };
+
+constexpr size_t longest = 400; ///< characters of a text from the file, which may have megabytes
 
 /// In lines, and not without end: the codec data of MPEG audio is a whole frame, of an unknown
 /// codec perhaps megabytes.
@@ -63,7 +65,7 @@ std::string value_text(const std::string& key, const Json& value)
     if (value.is_boolean())
         return value.get<bool>() ? "yes" : "no";
     if (value.is_string())
-        return kind == "hex" ? hex_text(value) : printable(value.get<std::string>());
+        return kind == "hex" ? hex_text(value) : shortened(value, longest);
     if (kind == "codec")
         return codec_text(value.get<uint32_t>()) + textf(" (0x%x)", value.get<uint32_t>());
     if (kind == "time" && value.is_number_integer())
@@ -123,18 +125,18 @@ int print_property(const std::string& name, const Json& value)
     }
     std::string text;
     if (value.is_string()) {
-        text = printable(value.get<std::string>());
+        text = shortened(value, longest);
     } else if (value.is_array()) {
         text = textf("%zu values:", value.size());
         for (size_t i = 0; i < std::min(value.size(), most_elements); ++i)
-            text += ' ' + (value[i].is_string()       ? printable(value[i].get<std::string>())
+            text += ' ' + (value[i].is_string()       ? shortened(value[i], longest)
                            : value[i].is_structured() ? std::string("{}")
                                                       : value[i].dump());
         text += value.size() > most_elements ? " ..." : "";
     } else {
         text = value.is_null() ? "no value" : value.dump();
     }
-    put(textf("    %-24s", printable(name).substr(0, 200).c_str()) + ' ' + text + '\n');
+    put(textf("    %-24s", shortened(name, 200).c_str()) + ' ' + text + '\n');
     return 1;
 }
 

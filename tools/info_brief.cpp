@@ -17,17 +17,6 @@ std::string grouped(int64_t number)
     return digits;
 }
 
-/// At most so many characters of a text from the file, on one line.
-std::string cut(const Json& text)
-{
-    constexpr size_t most = 60;
-    const std::string line = printable(text.get<std::string>());
-    size_t end = most;
-    while (end < line.size() && (static_cast<unsigned char>(line[end]) & 0xC0) == 0x80)
-        ++end; // not inside a character
-    return line.size() > end ? line.substr(0, end) + "..." : line;
-}
-
 std::string file_line(const Json& container)
 {
     const int64_t size = container["size"];
@@ -42,7 +31,7 @@ std::string file_line(const Json& container)
     if (container["flv_version"].is_number())
         line += ", FLV " + container["flv_version"].dump();
     if (container["made_by"].is_string())
-        line += ", made by " + cut(container["made_by"]);
+        line += ", made by " + shortened(container["made_by"], 60);
     return line;
 }
 
@@ -122,6 +111,15 @@ std::string time_text(const Json& time_us)
 }
 
 } // namespace
+
+std::string shortened(const Json& text, size_t most)
+{
+    const std::string line = printable(text.get<std::string>());
+    size_t end = most;
+    while (end < line.size() && (static_cast<unsigned char>(line[end]) & 0xC0) == 0x80)
+        ++end; // not inside a character
+    return line.size() > end ? line.substr(0, end) + "..." : line;
+}
 
 void print_brief(const Json& record)
 {

@@ -5,6 +5,12 @@
 
 #include "tools/output.h"
 
+#include <cstddef>
+#include <string>
+
+/// A text from the file, as printable() makes it, with "..." for what is past `most` bytes.
+std::string shortened(const Json& text, size_t most);
+
 /// A few lines: size, duration, a line for each track, the index.
 void print_brief(const Json& record);
 /// Every value.

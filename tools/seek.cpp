@@ -109,12 +109,12 @@ struct Ending {
     bool failed; ///< a read did, which is more than that there is no such frame
 };
 
-Ending ending(media_status_t status, bool behind_end, const LogTap& log)
+Ending ending(media_status_t status, bool after_end, const LogTap& log)
 {
     if (status != AMEDIA_ERROR_END_OF_STREAM)
         return {reason(status, log), true};
     const std::string text = zoflv_host::status_text(status);
-    if (behind_end)
+    if (after_end)
         return {text + ": after the duration", false};
     const bool not_found = log.plugin_code() != 0;
     if (log.cause().empty() || log.empty_avc_tag())
