@@ -17,6 +17,8 @@ std::string Finding::text() const
         text += ": " + detail;
     if (count > 1)
         text += " (" + std::to_string(count) + " times)";
+    if (level == Level::ERROR && info().elsewhere)
+        text += "; plays elsewhere, not here, because " + std::string(info().elsewhere);
     return text;
 }
 

@@ -25,7 +25,6 @@ constexpr char REPAIR[] = "`zoflv repair` mends it.";
 constexpr char REPAIR_OR_RECORD[] =
     "`zoflv repair` mends it; better fix the program that wrote it.";
 constexpr char CONVERT_AUDIO[] = "Convert the audio to AAC or MP3.";
-constexpr char CONVERT_VIDEO[] = "Convert the video to H.264.";
 constexpr char ENCODE_AGAIN[] = "Encode the video again, or record it again with other settings.";
 constexpr char NOTHING_TO_DO[] = "Nothing needs to be done.";
 
@@ -37,20 +36,18 @@ constexpr FindingRule RULES[] = {
     {Rule::FILE_EMPTY, "file.empty", WARNING, REFUSED, LASTING, "the file has no bytes",
      "Record or fetch the file again.", nullptr},
     {Rule::FILE_ID3, "file.id3", WARNING, REFUSED, CURABLE,
-     "an ID3 tag comes before the FLV header, and the file is not taken for FLV", REPAIR,
-     "the signature is looked for at the first byte only"},
-    {Rule::FILE_NO_HEADER, "file.no_header", WARNING, REFUSED, LASTING,
+     "an ID3 tag comes before the FLV header, and the file is not taken for FLV", REPAIR, nullptr},
+    {Rule::FILE_NO_HEADER, "file.no_header", WARNING, REFUSED, CURABLE,
      "the file does not begin with an FLV header, and is not taken for FLV",
-     "Check that it is an FLV file; if its beginning was cut off, fetch it again.",
-     "the signature is looked for at the first byte only"},
-    {Rule::HEADER_CUT, "header.cut", WARNING, REFUSED, LASTING, "the file ends inside its header",
-     "Record or fetch the file again.", nullptr},
+     "Check that it is an FLV file; `zoflv repair` mends it where tags follow.", nullptr},
+    {Rule::HEADER_CUT, "header.cut", WARNING, REFUSED, LASTING,
+     "the file is shorter than an FLV header", "Record or fetch the file again.", nullptr},
     {Rule::HEADER_VERSION, "header.version", WARNING, REFUSED, CURABLE,
      "the header's version is not 1, and the file is not opened", REPAIR,
      "files of another version are refused"},
     {Rule::HEADER_DATA_OFFSET, "header.data_offset", WARNING, LOST_WAY, CURABLE,
      "the header says that the first tag is where it is not, and reading begins at the wrong byte",
-     REPAIR, "DataOffset is believed"},
+     REPAIR, nullptr},
     {Rule::HEADER_LONGER, "header.longer", NOTICE, NOTHING, CURABLE,
      "the header is longer than the usual 9 bytes, which does no harm here", REPAIR, nullptr},
     {Rule::FILE_NO_MEDIA, "file.no_media", WARNING, REFUSED, LASTING,
@@ -93,16 +90,16 @@ constexpr FindingRule RULES[] = {
      "Fix the program that wrote it.", "the tag type is compared with all its bits"},
     {Rule::MP3_NO_SYNC, "mp3.no_sync", WARNING, REFUSED, LASTING,
      "the first MP3 tag has no frame header, which keeps the whole file closed", CONVERT_AUDIO,
-     "the first tag must have a whole frame header"},
+     nullptr},
     {Rule::MP3_BAD_HEADER, "mp3.bad_header", WARNING, REFUSED, LASTING,
      "the first MP3 frame header has a reserved value, which keeps the whole file closed",
-     CONVERT_AUDIO, "the first frame sync is believed, also a false one"},
+     CONVERT_AUDIO, nullptr},
     {Rule::MP3_ID3, "mp3.id3", NOTICE, NOTHING, LASTING,
      "the MP3 stream begins with an ID3 tag, which the decoder gets as audio", NOTHING_TO_DO,
      nullptr},
     {Rule::AAC_CONFIG_BAD, "aac.config_bad", WARNING, REFUSED, LASTING,
      "the first AAC tag is no usable configuration, which keeps the whole file closed",
-     CONVERT_AUDIO, "the first audio tag must be a configuration or a frame"},
+     CONVERT_AUDIO, nullptr},
     {Rule::AVC_SPS_UNREAD, "avc.sps_unread", WARNING, REFUSED | NO_TRACK | FRAMES | SEEK, LASTING,
      "the sequence parameter set is one that the demuxer does not read, and no configuration is "
      "published",
@@ -114,8 +111,7 @@ constexpr FindingRule RULES[] = {
      "the file has no AVC configuration, and no frame can be decoded",
      "Record it again; a server must send the configuration to those who join late.", nullptr},
     {Rule::AVC_LATE_CONFIG, "avc.late_config", WARNING, REFUSED | NO_TRACK | FRAMES | SEEK, CURABLE,
-     "the AVC configuration comes after frames, which are left out", REPAIR_OR_RECORD,
-     "a configuration is looked for in the first 100 tags, and not put before what came earlier"},
+     "the AVC configuration comes after frames, which are left out", REPAIR_OR_RECORD, nullptr},
     {Rule::VIDEO_NO_SIZE, "video.no_size", WARNING, REFUSED, LASTING,
      "neither the video nor the metadata says how large the picture is, which keeps the whole file "
      "closed",
@@ -131,11 +127,10 @@ constexpr FindingRule RULES[] = {
     {Rule::HEADER_INNER, "header.inner", WARNING, FRAMES | SEEK, CURABLE,
      "a second FLV header is in the middle: recordings were joined as they are, and reading loses "
      "its way there",
-     REPAIR, "tags are read one after the other, without looking for damage"},
+     REPAIR, nullptr},
     {Rule::DATA_DAMAGED, "data.damaged", WARNING, LOST_WAY, CURABLE,
      "bytes between the tags are damaged, and reading loses its way there",
-     "`zoflv repair` leaves the damaged part out; fetch the file again to have it whole.",
-     "tags are read one after the other, without looking for where they go on"},
+     "`zoflv repair` leaves the damaged part out; fetch the file again to have it whole.", nullptr},
     {Rule::DATA_ZEROS, "data.zeros", WARNING, LOST_WAY, CURABLE,
      "zeros are in place of tags, and reading may lose its way there",
      "`zoflv repair` leaves them out; fetch the file again to have it whole.",
@@ -249,8 +244,8 @@ constexpr FindingRule RULES[] = {
     {Rule::META_UNREADABLE, "meta.unreadable", WARNING, REFUSED | NO_TRACK | SEEK, CURABLE,
      "the metadata are damaged, and are read up to there at most", REPAIR, nullptr},
     {Rule::META_COUNT, "meta.count", WARNING, REFUSED | NO_TRACK | SEEK, CURABLE,
-     "onMetaData has more properties than it says, and those beyond are not read", REPAIR,
-     "properties are counted"},
+     "onMetaData does not have as many properties as it says, and those beyond are not read",
+     REPAIR, "properties are counted"},
     {Rule::META_TYPE, "meta.type", WARNING, REFUSED | NO_TRACK | SEEK, CURABLE,
      "a property of onMetaData has another type than it should, and what comes after is misread",
      REPAIR, "a known property is read as its usual type"},
@@ -264,14 +259,13 @@ constexpr FindingRule RULES[] = {
     {Rule::SCRIPT_SEVERAL, "script.several", NOTICE, NOTHING, LASTING,
      "the file has other script tags, which are not read", NOTHING_TO_DO, nullptr},
     {Rule::DURATION_NONE, "duration.none", WARNING, SEEK, CURABLE,
-     "no duration is known, and a seek to any time but 0 fails without an index", REPAIR, nullptr},
+     "no duration is known, and a seek to any time but 0 fails", REPAIR, nullptr},
     {Rule::DURATION_ZERO, "duration.zero", WARNING, SEEK, CURABLE,
-     "the metadata say that the duration is 0, and a seek to any time but 0 fails without an index",
-     REPAIR, nullptr},
+     "the metadata say that the duration is 0, and a seek to any other time fails", REPAIR,
+     nullptr},
     {Rule::DURATION_ABSURD, "duration.absurd", WARNING, SEEK, CURABLE,
-     "the duration in the metadata cannot be right, and seeks without an index look in wrong "
-     "places",
-     REPAIR, nullptr},
+     "the duration in the metadata cannot be right, and seeks fail or look in wrong places", REPAIR,
+     nullptr},
     {Rule::DURATION_SHORT, "duration.short", WARNING, SEEK, CURABLE,
      "the duration in the metadata is too short, and what comes after it cannot be sought", REPAIR,
      nullptr},
@@ -284,7 +278,7 @@ constexpr FindingRule RULES[] = {
     {Rule::TIME_WRAP32, "time.wrap32", WARNING, SEEK, LASTING,
      "times pass the largest that a tag can hold, and begin again at 0",
      "Cut the file there, and let the second part begin at 0.", nullptr},
-    {Rule::TIME_NEGATIVE, "time.negative", WARNING, SEEK, CURABLE,
+    {Rule::TIME_NEGATIVE, "time.negative", WARNING, FRAMES | SEEK, CURABLE,
      "times are negative, and are read as 24 days and more", REPAIR,
      "times are read without a sign"},
     {Rule::TIME_RESET, "time.reset", WARNING, SEEK, CURABLE,
@@ -367,19 +361,11 @@ std::string explains_text(uint8_t explains)
     return text.empty() ? "nothing that the plugin shows" : text;
 }
 
-std::string section(const FindingRule& rule)
+std::string sentence(std::string text)
 {
-    std::string text = "\n## " + std::string(rule.code) + "\n\n";
-    std::string consequence = rule.consequence;
-    consequence[0] = static_cast<char>(
-        consequence[0] - ('a' <= consequence[0] && consequence[0] <= 'z') * ('a' - 'A'));
-    text += consequence + ".";
-    if (rule.elsewhere)
-        text += " It may play elsewhere, not here, because " + std::string(rule.elsewhere) + ".";
-    text += "\n\n- Level: " + std::string(name_of(rule.level)) +
-            "\n- Can explain: " + explains_text(rule.explains) + "\n- Remedy: " + rule.remedy +
-            "\n";
-    return text;
+    if (text[0] >= 'a' && text[0] <= 'z')
+        text[0] = static_cast<char>(text[0] - 'a' + 'A');
+    return text + ".";
 }
 
 } // namespace
@@ -404,6 +390,17 @@ const char* name_of(Level level)
     return NAMES[static_cast<size_t>(level)];
 }
 
+std::string finding_text(const FindingRule& rule)
+{
+    std::string text = "## " + std::string(rule.code) + "\n\n" + sentence(rule.consequence);
+    if (rule.elsewhere)
+        text += " It may play elsewhere, not here, because " + std::string(rule.elsewhere) + ".";
+    text += "\n\n- Level: " + std::string(name_of(rule.level)) + "\n";
+    text += "- Can explain: " + explains_text(rule.explains) + "\n";
+    text += "- Remedy: " + std::string(rule.remedy) + "\n";
+    return text;
+}
+
 std::string findings_document()
 {
     std::string text = "# Findings\n\n"
@@ -414,7 +411,7 @@ std::string findings_document()
                        "explain the same, the one that comes first here is named as the cause.\n\n"
                        "This page is the output of `zoflv findings`.\n";
     for (const FindingRule& rule : RULES)
-        text += section(rule);
+        text += "\n" + finding_text(rule);
     return text;
 }
 

@@ -152,6 +152,8 @@ const FindingRule* rule_of(std::string_view code);
 /// "error", "warning" or "notice".
 const char* name_of(Level level);
 
+/// What a rule means, as a section in Markdown.
+std::string finding_text(const FindingRule& rule);
 /// The documentation of all rules, in Markdown.
 std::string findings_document();
 

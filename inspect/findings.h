@@ -36,8 +36,8 @@ struct Finding {
     uint8_t explains = SHOWN_NOTHING; ///< the rule's, less what cannot be so in this file
     int64_t offset = NO_OFFSET;       ///< of the first occurrence, bytes
     int64_t time_us = NO_TIME;        ///< decoding time there
-    uint64_t count = 1;
-    std::string detail; ///< figures of the first occurrence; may be empty
+    uint64_t count = 0;               ///< occurrences
+    std::string detail;               ///< figures of the first occurrence; may be empty
 
     const FindingRule& info() const { return rule_of(rule); }
     const char* code() const { return info().code; }
@@ -47,7 +47,8 @@ struct Finding {
     /// @param before   offset at which it was shown; a finding after it is not the reason
     bool can_explain(Shown shown, StreamKind of_kind,
                      int64_t before = std::numeric_limits<int64_t>::max()) const;
-    /// The consequence with the figures, and how often; a sentence without its full stop.
+    /// The consequence with the figures, and how often; of an error also why other players play the
+    /// file. A sentence without its full stop.
     std::string text() const;
 };
 
