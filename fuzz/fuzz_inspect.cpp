@@ -1,11 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
-// A whole file through the tag walker, the script tree and the totals.
+// A whole file through the tag walker, the script tree, the totals and the findings.
 #include "fuzz/fuzz.h"
 #include "fuzz/walk.h"
 #include "inspect/codec_names.h"
+#include "inspect/findings.h"
 #include "inspect/scan.h"
 #include "inspect/script.h"
 #include "inspect/walker.h"
+
+#include <string_view>
 
 namespace {
 
@@ -49,12 +52,55 @@ int64_t check_tag(const Tag& tag, TagWalker& walker, int64_t size)
     return tag.end();
 }
 
+TrackFacts any_track(WalkChoice& choose)
+{
+    constexpr int32_t errors[] = {0, -1002, -1003, -1004};
+    constexpr int32_t sizes[] = {0, 1, 524288, 1572864};
+    TrackFacts facts;
+    facts.published = choose(4) != 0;
+    facts.error_type = errors[choose(4)];
+    facts.max_input_size = sizes[choose(4)];
+    return facts;
+}
+
+void check_finding(const Finding& finding, int64_t size)
+{
+    const FindingRule& rule = finding.info();
+    WALK_CHECK(finding.rule < Rule::UNEXPLAINED && finding.count > 0);
+    WALK_CHECK(finding.level == rule.level || finding.level == Level::NOTICE);
+    WALK_CHECK((finding.explains & ~rule.explains) == 0);
+    const std::string text = finding.text();
+    WALK_CHECK(text.size() < 600);
+    for (const char c : text) // names come from the file
+        WALK_CHECK(c >= ' ' && c <= '~');
+    // An index may point anywhere, all else lies in the file.
+    const bool indexed = std::string_view(rule.code).substr(0, 6) == "index.";
+    WALK_CHECK(indexed || (finding.offset >= NO_OFFSET && finding.offset <= size));
+}
+
+void check_findings(MemorySource& source, size_t window, uint32_t seed)
+{
+    WalkChoice choose(seed);
+    TagWalker walker(source, window);
+    Findings findings;
+    while (const Item* item = walker.next())
+        findings.see(*item, walker);
+    const std::vector<Finding> all = findings.finish({any_track(choose), any_track(choose)});
+    for (size_t i = 0; i < all.size(); ++i) {
+        check_finding(all[i], source.size());
+        // In the order of the rules, each once for a kind of stream.
+        WALK_CHECK(i == 0 || all[i - 1].rule < all[i].rule ||
+                   (all[i - 1].rule == all[i].rule && all[i - 1].kind < all[i].kind));
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     constexpr size_t windows[] = {128, 1000, TagWalker::DEFAULT_WINDOW};
-    const size_t window = windows[walk_seed(data, size) % 3];
+    const uint32_t seed = walk_seed(data, size);
+    const size_t window = windows[seed % 3];
     MemorySource source(data, size);
     TagWalker walker(source, window);
     TagWalker bare_walker(source, window); // what the walk alone costs
@@ -99,5 +145,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     WALK_CHECK(scan.lost_bytes == lost);
     WALK_CHECK(scan.video.tags + scan.audio.tags + scan.script.tags + scan.other_tags == tags);
     WALK_CHECK(scan.duration_ms() >= 0);
+    check_findings(source, window, seed);
     return 0;
 }
