@@ -182,7 +182,7 @@ const DeviceReport& DeviceRun::finish()
         const LogScope scope(stream->log);
         while (stream->track && !stream->ended)
             read(*stream);
-        stream->matcher.finish();
+        stream->matcher.finish(stream->rules.unconfigured());
         stream->report.frames = stream->matcher.count();
         stream->points.finish();
     }

@@ -124,8 +124,12 @@ std::optional<ExpectedFrame> FrameRules::expect_avc(const Tag& tag, TagWalker& w
         frame.size = size_of_parameter_sets(tag, walker);
         return frame;
     }
-    if (!m_configured || body.packet != Packet::FRAME || tag.stored <= AVC_HEADER_SIZE)
+    if (body.packet != Packet::FRAME || tag.stored <= AVC_HEADER_SIZE)
         return std::nullopt;
+    if (!m_configured) {
+        ++m_early;
+        return std::nullopt;
+    }
     frame.keyframe = body.keyframe;
     frame.size = size_with_start_codes(tag, walker, m_length_size);
     return frame;

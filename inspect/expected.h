@@ -35,11 +35,16 @@ public:
     /// @return nothing when the tag gives nothing
     std::optional<ExpectedFrame> expect(const Tag& tag, TagWalker& walker);
 
+    /// AVC frames so far in a stream without any configuration: nothing came after them to make them
+    /// count, and nothing that they would be before.
+    uint64_t unconfigured() const { return m_configured ? 0 : m_early; }
+
 private:
     std::optional<ExpectedFrame> expect_avc(const Tag& tag, TagWalker& walker);
 
     Kind m_kind;
     bool m_configured = false;  ///< AVC
+    uint64_t m_early = 0;       ///< AVC: frames before the first configuration
     uint32_t m_length_size = 4; ///< AVC: bytes of the length before each NAL unit
 };
 

@@ -36,6 +36,7 @@ enum class Rule : uint8_t {
     HEADER_DATA_OFFSET,
     HEADER_LONGER,
     FILE_NO_MEDIA,
+    FILE_NO_FRAMES,
     HEADER_ABSENT,
     HEADER_LATE,
     HEADER_HIDES,
@@ -128,6 +129,8 @@ enum class Rule : uint8_t {
     VIDEO_FIRST_NOT_KEY,
     AVC_KEY_FLAG,
     INDEX_NONE,
+    SEEK_AUDIO,
+    SEEK_MODES,
     UNEXPLAINED,
     COUNT, ///< not a rule
 };

@@ -95,11 +95,12 @@ void FrameMatcher::note_gap(const ExpectedFrame& first, int64_t to)
         m_count.first_gap = FrameGap{m_last, to, first.dts_ms};
 }
 
-void FrameMatcher::finish()
+void FrameMatcher::finish(uint64_t more)
 {
     if (m_pending)
         drop_pending();
     m_ended = true;
+    m_count.expected += more;
     m_count.unread = m_count.expected - m_count.delivered - m_count.missing;
     const auto first = std::find_if(m_waiting.begin(), m_waiting.end(),
                                     [](const ExpectedFrame& waiting) { return waiting.counts; });
@@ -107,7 +108,7 @@ void FrameMatcher::finish()
         m_unread = *first;
     if (m_unread)
         m_count.end_gap = FrameGap{m_last, m_unread->end, m_unread->dts_ms};
-    else if (m_strange)
+    else if (m_strange || more > 0)
         m_count.end_gap = FrameGap{m_last, INT64_MAX, 0};
 }
 

@@ -57,7 +57,8 @@ public:
     /// No more frames; tags may follow.
     void end_of_frames() { m_ended = true; }
     /// No more tags and no more frames.
-    void finish();
+    /// @param more  frames that count too and cannot have come
+    void finish(uint64_t more = 0);
 
     const FrameCount& count() const { return m_count; }
 

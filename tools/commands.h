@@ -6,6 +6,7 @@
 #include "tools/command.h"
 
 Command add_info(CLI::App& app);
+Command add_check(CLI::App& app);
 Command add_findings(CLI::App& app);
 Command add_frames(CLI::App& app);
 Command add_seek(CLI::App& app);

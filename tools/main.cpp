@@ -8,13 +8,14 @@
 namespace {
 
 /// In the order of `--help`.
-constexpr AddCommand add_commands[] = {add_info, add_frames,   add_seek,   add_extract,
-                                       add_tags, add_findings, add_reasons};
+constexpr AddCommand add_commands[] = {add_info,    add_check, add_frames,   add_seek,
+                                       add_extract, add_tags,  add_findings, add_reasons};
 
 constexpr Help help = {
     "Shows what an FLV file holds, and what a device will do with it: the demuxer reads it here,\n"
     "and the framework's plugin, loaded as the device loads it.",
     "  zoflv info recording.flv              what is in it\n"
+    "  zoflv check recording.flv             what a device does with it, and why\n"
     "  zoflv frames recording.flv            each frame that a decoder would get\n"
     "  zoflv seek recording.flv 1:23.5       where a seek lands and what it costs\n"
     "  zoflv COMMAND --help                  more examples, the options, the exit codes",

@@ -1,0 +1,264 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "inspect/verdict.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace zoflv_inspect {
+
+namespace {
+
+StreamKind stream_of(Kind kind)
+{
+    return kind == Kind::AUDIO ? StreamKind::AUDIO : StreamKind::VIDEO;
+}
+
+const char* name_of(Kind kind)
+{
+    return kind == Kind::AUDIO ? "audio" : "video";
+}
+
+std::string with_reason(std::string text, const std::string& reason)
+{
+    return reason.empty() ? text : text + ": " + reason;
+}
+
+Symptom no_track(const TrackReport& track)
+{
+    std::string text = std::string("no ") + name_of(track.kind) + " is played";
+    if (track.index < 0)
+        text += ": there is no track";
+    else if (!track.started())
+        text = with_reason(text + ": the track does not start", track.start.text);
+    else if (!track.device_plays)
+        text += ": the device does not play " + track.mime + " (error type " +
+                std::to_string(track.error_type) + ")";
+    else
+        text = with_reason(text + ": the track gives no frame", track.end.text);
+    return {SHOWN_NO_TRACK, stream_of(track.kind), 0, INT64_MAX, false, text};
+}
+
+void add_frames(const TrackReport& track, std::vector<Symptom>* symptoms)
+{
+    const FrameCount& frames = track.frames;
+    for (const auto& gap : {frames.first_gap, frames.end_gap}) {
+        if (!gap)
+            continue;
+        const std::string text = std::string(name_of(track.kind)) + ": " +
+                                 std::to_string(frames.delivered) + " of " +
+                                 std::to_string(frames.expected) + " frames";
+        symptoms->push_back({SHOWN_FRAMES, stream_of(track.kind), gap->from, gap->to, false,
+                             with_reason(text, track.end.text)});
+    }
+}
+
+void add_seeks(const TrackReport& track, std::vector<Symptom>* symptoms)
+{
+    const SeekTest* const test = track.seeks_in(SeekMode::PREVIOUS);
+    if (!test)
+        return;
+    size_t misses[2] = {}; // within the duration, past it
+    for (const SeekLanding& landing : test->landings)
+        misses[landing.target_us > track.duration_us] += !landing.hit;
+    for (const bool past : {true, false}) {
+        if (misses[past] == 0)
+            continue;
+        const std::string text = std::to_string(misses[past]) + " of " +
+                                 std::to_string(test->landings.size()) + " seeks miss" +
+                                 (past ? ", to times after the duration" : "");
+        symptoms->push_back({SHOWN_SEEK, stream_of(track.kind), 0, INT64_MAX, past, text});
+    }
+}
+
+/// Whether a rule can be the reason that a target is after the published duration.
+bool concerns_duration(Rule rule)
+{
+    return rule >= Rule::META_NOT_FIRST && rule <= Rule::TIME_JUMP && rule != Rule::DURATION_LONG;
+}
+
+bool lies_in(const Finding& finding, const Symptom& symptom)
+{
+    return finding.offset >= symptom.from && finding.offset <= symptom.to;
+}
+
+/// How well a finding explains a symptom; 0: not at all.
+int fitness(const Finding& finding, const Symptom& symptom)
+{
+    if (!finding.can_explain(symptom.shown, symptom.kind, symptom.to))
+        return 0;
+    int fit = 1;
+    if (symptom.past_duration && concerns_duration(finding.rule))
+        fit += 4;
+    if (symptom.shown == SHOWN_FRAMES && lies_in(finding, symptom))
+        fit += 4;
+    if (finding.level == Level::ERROR) // what explains one symptom often explains the next
+        fit += 2;
+    return fit;
+}
+
+/// The best of the findings, by rule; null when none explains the symptom.
+Finding* explanation(const Symptom& symptom, std::vector<Finding>* findings)
+{
+    Finding* best = nullptr;
+    int best_fit = 0;
+    for (Finding& finding : *findings) {
+        const int fit = fitness(finding, symptom);
+        if (fit > best_fit) {
+            best = &finding;
+            best_fit = fit;
+        }
+    }
+    return best;
+}
+
+/// "next: 3 of 32", of the tests that missed; empty: none did.
+std::string missed_modes(const TrackReport& track)
+{
+    std::string text;
+    for (const SeekTest& test : track.seeks) {
+        const size_t misses = test.landings.size() - test.hits();
+        if (test.mode != SeekMode::PREVIOUS && misses > 0)
+            text += (text.empty() ? "" : ", ") + std::string(name_of(test.mode)) + ' ' +
+                    std::to_string(misses) + " of " + std::to_string(test.landings.size());
+    }
+    return text;
+}
+
+Finding finding_of(Rule rule, StreamKind kind, const std::string& detail)
+{
+    Finding finding;
+    finding.rule = rule;
+    finding.level = rule_of(rule).level;
+    finding.kind = kind;
+    finding.explains = rule_of(rule).explains;
+    finding.count = 1;
+    finding.detail = detail;
+    return finding;
+}
+
+/// What only the device's side knows and the findings do not have.
+void add_own_findings(const DeviceReport& report, std::vector<Finding>* findings)
+{
+    if (report.audio.frames.expected == 0 && report.video.frames.expected == 0 &&
+        report.audio.tags + report.video.tags > 0)
+        findings->push_back(finding_of(Rule::FILE_NO_FRAMES, StreamKind::FILE, {}));
+    const TrackReport* const judged = report.seek_track();
+    if (!judged)
+        return;
+    const std::string modes = missed_modes(*judged);
+    if (!modes.empty())
+        findings->push_back(finding_of(Rule::SEEK_MODES, stream_of(judged->kind), modes));
+    const SeekTest* const audio = report.audio.seeks_in(SeekMode::PREVIOUS);
+    if (judged != &report.audio && audio && audio->hits() < audio->landings.size())
+        findings->push_back(finding_of(Rule::SEEK_AUDIO, StreamKind::AUDIO,
+                                       std::to_string(audio->landings.size() - audio->hits()) +
+                                           " of " + std::to_string(audio->landings.size())));
+}
+
+Status status_of(const DeviceReport& report, const std::vector<Symptom>& symptoms)
+{
+    if (!report.opened || (!report.audio.usable() && !report.video.usable()))
+        return Status::REFUSED;
+    return symptoms.empty() ? Status::SOUND : Status::PARTIAL;
+}
+
+TrackFacts facts_of(const TrackReport& track)
+{
+    constexpr int32_t not_supported = -1002;
+    const bool refused = track.error_type == 0 && !track.device_plays;
+    return {track.index >= 0, refused ? not_supported : track.error_type, track.max_input_size};
+}
+
+} // namespace
+
+const char* name_of(Status status)
+{
+    constexpr const char* names[] = {"sound", "partial", "refused"};
+    return names[static_cast<size_t>(status)];
+}
+
+std::vector<Symptom> symptoms_of(const DeviceReport& report)
+{
+    if (!report.opened)
+        return {{SHOWN_REFUSED, StreamKind::FILE, 0, INT64_MAX, false,
+                 with_reason("the file is not opened", report.open.text)}};
+    std::vector<Symptom> symptoms;
+    for (const TrackReport* track : {&report.video, &report.audio}) {
+        if (track->frames.expected > 0 && !track->usable())
+            symptoms.push_back(no_track(*track));
+    }
+    if (report.audio.frames.expected == 0 && report.video.frames.expected == 0)
+        symptoms.push_back(
+            {SHOWN_NO_TRACK, StreamKind::FILE, 0, INT64_MAX, false, "no track gives a frame"});
+    for (const TrackReport* track : {&report.video, &report.audio}) {
+        if (track->usable())
+            add_frames(*track, &symptoms);
+    }
+    if (const TrackReport* track = report.seek_track())
+        add_seeks(*track, &symptoms);
+    return symptoms;
+}
+
+Verdict judge(DeviceReport report, std::vector<Finding> findings)
+{
+    Verdict verdict;
+    verdict.symptoms = symptoms_of(report);
+    verdict.status = status_of(report, verdict.symptoms);
+    verdict.device = std::move(report);
+    add_own_findings(verdict.device, &findings);
+    std::optional<std::pair<Rule, StreamKind>> cause;
+    std::vector<Finding> strange;
+    for (const Symptom& symptom : verdict.symptoms) {
+        Finding* found = explanation(symptom, &findings);
+        if (!found)
+            found =
+                &strange.emplace_back(finding_of(Rule::UNEXPLAINED, symptom.kind, symptom.text));
+        found->level = Level::ERROR;
+        if (!cause)
+            cause.emplace(found->rule, found->kind);
+    }
+    findings.insert(findings.end(), strange.begin(), strange.end());
+    std::stable_sort(findings.begin(), findings.end(), [](const Finding& a, const Finding& b) {
+        return a.level != b.level ? a.level > b.level : a.rule < b.rule;
+    });
+    for (size_t i = 0; cause && i < findings.size() && !verdict.cause; ++i) {
+        if (findings[i].rule == cause->first && findings[i].kind == cause->second)
+            verdict.cause = i;
+    }
+    verdict.findings = std::move(findings);
+    return verdict;
+}
+
+std::string Verdict::sentence() const
+{
+    if (!cause)
+        return std::string(name_of(status)) + ": every frame is delivered, and seeks land where "
+                                              "they should";
+    const Finding& finding = findings[*cause];
+    return std::string(name_of(status)) + ": " + finding.text() + " (" + finding.code() + ")";
+}
+
+Verdict check(zoflv_host::ExtractorLibrary& plugin, std::shared_ptr<zoflv_host::DataSource> source,
+              const DeviceOptions& options, const Progress& progress)
+{
+    HostSource bytes(*source);
+    TagWalker walker(bytes);
+    DeviceRun run(plugin, source, options);
+    Findings findings;
+    int64_t done = 0;
+    while (const Item* item = walker.next()) {
+        run.see(*item, walker);
+        findings.see(*item, walker);
+        if (item->kind == ItemKind::END)
+            done = item->end.offset;
+        else if (progress && item->kind == ItemKind::TAG)
+            progress(item->tag.offset, walker.file_size());
+    }
+    const DeviceReport& report = run.finish();
+    Verdict verdict =
+        judge(report, findings.finish({facts_of(report.audio), facts_of(report.video)}));
+    verdict.size = done;
+    return verdict;
+}
+
+} // namespace zoflv_inspect

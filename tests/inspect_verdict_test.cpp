@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: Apache-2.0
+// Verdicts: their status, and that errors explain them.
+#include "inspect/verdict.h"
+#include "tests/support/flv_builder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <zoflv_host/device_control.h>
+#include <zoflv_host/log.h>
+
+using namespace zoflv_inspect;
+
+namespace {
+
+std::string error; // of the loader
+const auto plugin = zoflv_host::ExtractorLibrary::load(ZOFLV_PLUGIN, &error);
+
+Verdict verdict_of(const Bytes& file, const DeviceOptions& options = {})
+{
+    const zoflv_host::ScopedLogSink silent([](int, const std::string&, const std::string&) {});
+    return check(*plugin, std::make_shared<zoflv_host::MemoryDataSource>(file), options);
+}
+
+/// The status, and the codes of the errors.
+std::string text_of(const Verdict& verdict)
+{
+    std::string text = name_of(verdict.status);
+    for (const Finding& finding : verdict.findings)
+        text += finding.level == Level::ERROR ? std::string(" ") + finding.code() : "";
+    return text;
+}
+
+// What holds for every file.
+void expect_consistent(const Verdict& verdict, const std::string& name)
+{
+    const std::string text = text_of(verdict);
+    EXPECT_EQ(text.find("unexplained"), std::string::npos) << name << ": " << text;
+    EXPECT_EQ(verdict.status == Status::SOUND, text == "sound") << name << ": " << text;
+    EXPECT_EQ(verdict.cause.has_value(), verdict.status != Status::SOUND) << name;
+    if (verdict.cause) {
+        EXPECT_EQ(verdict.findings[*verdict.cause].level, Level::ERROR) << name;
+    }
+}
+
+Bytes sample(const std::string& name)
+{
+    std::ifstream in(ZOFLV_SOURCE_DIR "/samples/" + name + ".flv", std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+} // namespace
+
+TEST(InspectVerdict, OfSamples)
+{
+    DeviceProfile silent_device = default_device_profile();
+    silent_device.mime_types.pop_back(); // MPEG audio
+    DeviceProfile small_device = default_device_profile();
+    small_device.largest_landscape = {16, 16};
+    const struct {
+        const char* name;
+        DeviceProfile device;
+        std::string text;
+    } cases[] = {
+        {"audio_aac", default_device_profile(), "sound"},
+        {"audio_speex", default_device_profile(), "refused codec.unplayable"},
+        {"avc_aac_index", default_device_profile(), "sound"},
+        {"h263_mp3", default_device_profile(), "sound"},
+        {"screen_pcm", default_device_profile(), "refused codec.unplayable codec.unplayable"},
+        {"h263_mp3", silent_device, "partial codec.unplayable"},
+        {"audio_mp3", silent_device, "refused codec.unplayable"},
+        {"avc_bframes_mp3", small_device, "partial video.too_large"},
+        {"video_only", small_device, "refused video.too_large"},
+    };
+    for (const auto& c : cases) {
+        const zoflv_host::DeviceScope device(device_settings(c.device));
+        DeviceOptions options;
+        options.profile = c.device;
+        const Verdict verdict = verdict_of(sample(c.name), options);
+        EXPECT_EQ(text_of(verdict), c.text) << c.name;
+        expect_consistent(verdict, c.name);
+    }
+}
+
+TEST(InspectVerdict, OfCutFiles)
+{
+    FlvBuilder builder = FlvBuilder().header(5);
+    builder.tag(9, 0, avc_config_tag(avc_record({avc_sps(20, 15)}, {hex("68 CE 3C 80")})));
+    builder.tag(8, 0, aac_config_tag());
+    for (uint32_t i = 0; i < 12; ++i) {
+        builder.tag(9, 40 * i, avc_tag({hex(i % 4 ? "41 33" : "65 11 22")}, i % 4 == 0));
+        builder.tag(8, 40 * i, aac_tag(fill(8)));
+    }
+    const Bytes whole = builder.indexed({amf_prop("duration", amf_num(0.48))}).bytes();
+    DeviceOptions options;
+    options.seeks = 4;
+    for (size_t length = 0; length <= whole.size(); ++length)
+        expect_consistent(verdict_of(cut(whole, length), options), std::to_string(length));
+}
