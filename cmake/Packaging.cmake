@@ -22,6 +22,7 @@ endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/CHANGELOG.md
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/zoflv)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/zoflv.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/schema DESTINATION ${CMAKE_INSTALL_DATADIR}/zoflv)
 install(FILES ${PROJECT_SOURCE_DIR}/tools/completion/zoflv.bash RENAME zoflv
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 
