@@ -99,6 +99,17 @@ for usage in "" bogus info frames "frames $sample --stream 0" "frames $sample --
     "seek $sample 1:60" "seek $sample 1 --mode x" "seek $sample 300000000" "frames $sample --plugin $tmp/none"; do
     expect 2 $usage # split into words
 done
+# A verdict for each file, the worst exit code, and a summary after several.
+head -c 30000 "$samples/avc_aac_index.flv" >"$tmp/half"; expect 0 check --json "$samples/avc_aac_index.flv"; holds '"verdict":{"status":"sound","cause":null'
+shown="check of several"; "$zoflv" check --json "$samples/audio_mp3.flv" "$samples/audio_speex.flv" "$tmp/none" "$tmp/half" >"$tmp/out" 2>"$tmp/err"
+[ $? -eq 2 ] || fail "not the worst code"; cat "$tmp/out" >>"$tmp/json"
+[ "$(sed 's/.*"status":"\([a-z]*\)".*/\1/' "$tmp/out" | tr '\n' ' ')" = "sound refused failed partial " ] || fail "other verdicts"
+told "^1 sound, 1 partial, 1 refused, 1 could not be read$"; told "none: cannot be opened"
+"$zoflv" check "$tmp/half" >"$tmp/out" 2>"$tmp/err"; [ $? -eq 1 ] && [ ! -s "$tmp/err" ] || fail "not 1 and silent"; holds "^$tmp/half: partial: .* (tag.cut)$"
+expect 0 seek --json "$samples/avc_aac_index.flv" --mode all --max-miss 3000 --max-reads 99; holds '"ideal_us":.*"hit":true'
+[ "$(wc -l <"$tmp/out")" -eq 160 ] || fail "not five times 32 seeks"
+expect 1 seek --max-reads 1 "$samples/avc_aac_index.flv"; told "need more than 1 file calls"
+expect 1 seek "$samples/audio_speex.flv"; told "no track plays"; expect 2 seek --max-miss 1 "$sample" 1
 # An extracted file is there whole or not at all, and replaces nothing unasked.
 avc=$samples/avc_aac_index.flv
 mkdir "$tmp/x" && expect 0 extract --track 1 -o "$tmp/x/a" "$avc"; cp "$tmp/x/a" "$tmp/whole"
@@ -136,11 +147,10 @@ from_0_on_is_needed,_not_"-1" frames --track -1 $sample
 from_0_on_is_needed,_not_"-1" frames --track=-1 $sample
 "-5"_is_no_time seek $sample -5
 "1:60"_is_no_time seek $sample 1:60
-no_time_named seek $sample
 no_file_named seek 1
 previous,_next seek $sample 1 --mode x
 EOF
-for c in info frames seek extract; do
+for c in info check frames seek extract; do
     expect 0 $c --help
     awk '/^Examples:/ {e = NR} /^Usage:/ {u = NR} /^Exit codes:/ {x = NR} END {exit !(e && e < u && u < x)}' "$tmp/out" || fail "not examples first"
 done

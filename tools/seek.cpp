@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "inspect/seek_meter.h"
 #include "tools/commands.h"
 #include "tools/file.h"
 #include "tools/output_file.h"
+#include "tools/seek_test.h"
 
 #include <charconv>
 #include <cinttypes>
@@ -14,6 +16,7 @@ struct SeekOptions {
     int track = -1;                 ///< -1: all
     std::string mode = "previous";  ///< or "next", "closest-sync", "closest", "all"
     bool json = false;
+    SeekTestOptions test; ///< without times
 };
 
 /// Microseconds of "83.5", "1:23.5" or "0:01:23.5", cut after the sixth decimal; nothing for any
@@ -45,8 +48,8 @@ std::optional<int64_t> parse_time(const std::string& text)
     return at == end ? std::optional(static_cast<int64_t>(time)) : std::nullopt;
 }
 
-using zoflv_host::DataSource;
 using zoflv_host::Track;
+using zoflv_inspect::SeekMeter;
 using ReadOptions = android::MediaTrackHelper::ReadOptions;
 
 constexpr struct Mode {
@@ -57,50 +60,6 @@ constexpr struct Mode {
     {"next", ReadOptions::SEEK_NEXT_SYNC},
     {"closest-sync", ReadOptions::SEEK_CLOSEST_SYNC},
     {"closest", ReadOptions::SEEK_CLOSEST},
-};
-
-/// File calls, and the bytes that they delivered.
-struct Cost {
-    uint64_t reads, bytes;
-};
-
-/// Tells what a seek costs from what the read of the frame after it does, though the framework
-/// asks for both in one call: between the two the plugin asks its buffer for the memory. One at a
-/// time, for the life of its track.
-class SeekMeter {
-public:
-    SeekMeter(Track& track, const DataSource& source)
-    {
-        android::CMediaBuffer* buffer = nullptr;
-        if (track.buffer_group()->acquire(&buffer, true, 0) != AMEDIA_OK)
-            throw Failure(EXIT_BAD_FILE, "no memory for the track's buffer");
-        s_source = &source;
-        s_data = buffer->data;
-        buffer->data = [](void* handle) {
-            s_between = now();
-            return s_data(handle);
-        };
-        buffer->release(buffer->handle);
-    }
-
-    void start()
-    {
-        m_start = now();
-        s_between.reset();
-    }
-    void stop() { m_stop = now(); }
-    Cost seek() const { return less(between(), m_start); }
-    Cost frame() const { return less(m_stop, between()); }
-
-private:
-    static Cost now() { return {s_source->reads(), s_source->bytes()}; }
-    static Cost less(Cost a, Cost b) { return {a.reads - b.reads, a.bytes - b.bytes}; }
-    Cost between() const { return s_between.value_or(m_stop); } // not reached by a failed seek
-
-    static inline const DataSource* s_source = nullptr;
-    static inline void* (*s_data)(void*) = nullptr;
-    static inline std::optional<Cost> s_between;
-    Cost m_start{}, m_stop{};
 };
 
 /// How a seek without a frame after it ended.
@@ -211,8 +170,29 @@ void sort_words(const SeekOptions& options, std::vector<std::string>* files,
     }
     if (files->empty())
         throw SetupFailure("usage", "no file named (zoflv seek --help shows the usage)");
-    if (targets_us->empty())
-        throw SetupFailure("usage", "no time named (zoflv seek --help shows the usage)");
+    const bool limited = options.test.max_miss_ms >= 0 || options.test.max_reads >= 0;
+    if (limited && !targets_us->empty())
+        throw SetupFailure("usage", "--max-miss and --max-reads are for seeks without times");
+}
+
+/// Without times: the targets of the seek test.
+int run_seek_test(const SeekOptions& options, const std::vector<std::string>& files,
+                  Session& session)
+{
+    SeekTestOptions test = options.test;
+    test.device.profile = session.device();
+    test.device.all_seeks = options.mode != "previous" || options.track >= 0;
+    test.track = options.track;
+    test.mode = options.mode;
+    test.json = options.json;
+    session.plugin();
+    int worst = EXIT_FINE;
+    for (const std::string& path : files) {
+        if (!options.json && files.size() > 1)
+            put(printable(path) + ":\n");
+        attempt(&worst, path, [&] { test_seeks(path, test, session); });
+    }
+    return worst;
 }
 
 int run_seek(const SeekOptions& options, Session& session)
@@ -220,6 +200,8 @@ int run_seek(const SeekOptions& options, Session& session)
     std::vector<std::string> files;
     std::vector<int64_t> targets_us;
     sort_words(options, &files, &targets_us);
+    if (targets_us.empty())
+        return run_seek_test(options, files, session);
     session.plugin();
     int worst = EXIT_FINE;
     for (const std::string& path : files) {
@@ -242,10 +224,17 @@ Command add_seek(CLI::App& app)
         "Where seeks land and what they cost",
         "  zoflv seek recording.flv 83.5\n"
         "  zoflv seek recording.flv 1:23.5 0:10:00 --mode all --track 1\n"
-        "  zoflv seek --json *.flv 60 | jq -r '[.file, .landed_us] | @tsv'",
+        "  zoflv seek --json *.flv 60 | jq -r '[.file, .landed_us] | @tsv'\n"
+        "  zoflv seek --max-miss 5000 --max-reads 40 recording.flv",
+        "Without times the targets are even ones in the first 95 % of the video, else of the "
+        "audio,\n"
+        "and it is a failure when one misses: when it lands neither on the last keyframe before\n"
+        "the target nor on one of the two before that, nor at most 100 ms late (audio: 1 s early\n"
+        "to 100 ms late).\n"
         "A time is in seconds: 83.5, 1:23.5 or 0:01:23.5; a file of such a name is ./83.5.\n"
         "Reads and bytes are those of the seek; +reads and +bytes those of the frame after it,\n"
-        "which the framework asks for with the seek. A seek that finds nothing is no failure.",
+        "which the framework asks for with the seek. A seek to a time of yours that finds nothing\n"
+        "is no failure.",
     };
     const auto options = std::make_shared<SeekOptions>();
     CLI::App* command = add_command(app, "seek", help);
@@ -255,6 +244,11 @@ Command add_seek(CLI::App& app)
     add_number(command, "--track", &options->track, "Only this one, counted from 0");
     add_choice(command, "--mode", &options->mode, "What the seek looks for",
                {"previous", "next", "closest-sync", "closest", "all"});
+    add_number(command, "--seeks", &options->test.device.seeks, "Without times: targets (32)");
+    add_number(command, "--max-miss", &options->test.max_miss_ms,
+               "Without times: fail when one lands more milliseconds from where it should");
+    add_number(command, "--max-reads", &options->test.max_reads,
+               "Without times: fail when one needs more file calls, with its frame");
     add_json(command, &options->json);
     return {command, [options](Session& session) { return run_seek(*options, session); }};
 }
