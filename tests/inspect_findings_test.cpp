@@ -2,6 +2,7 @@
 // Made files, each with exactly the findings that it must give, and those of the samples.
 #include "inspect/byte_source.h"
 #include "inspect/findings.h"
+#include "inspect/verdict.h"
 #include "tests/support/flv_builder.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +14,7 @@
 #include <limits>
 #include <set>
 #include <sstream>
+#include <zoflv_host/log.h>
 
 using namespace zoflv_inspect;
 
@@ -495,6 +497,36 @@ TEST(Findings, OfTheSamplesAreAsBefore)
             all += path.stem().string() + " " + finding.code() + ": " + finding.text() + "\n";
     }
     const Bytes golden = content(ROOT / "tests/golden/findings.txt");
+    EXPECT_EQ(all, std::string(golden.begin(), golden.end()));
+}
+
+// What the plugin shows of each made file, and what explains it, as told in a file. What is not sound has
+// an error, and an error means that; nothing is unexplained.
+TEST(Findings, ExplainVerdicts)
+{
+    const zoflv_host::ScopedLogSink silent([](int, const std::string&, const std::string&) {});
+    std::string error;
+    const auto plugin = zoflv_host::ExtractorLibrary::load(ZOFLV_PLUGIN, &error);
+    std::string all;
+    for (const auto* rows : {&STRUCTURE, &METADATA, &TIMES, &CODECS}) {
+        for (const Row& row : *rows) {
+            Made made;
+            row.spoil(made);
+            zoflv_host::MemoryFaults faults;
+            faults.fail_at = made.readable < INT64_MAX ? 9 : 0;
+            faults.sticky = true;
+            const Verdict verdict = check(
+                *plugin, std::make_shared<zoflv_host::MemoryDataSource>(made.bytes(), faults));
+            std::string errors;
+            for (const Finding& finding : verdict.findings)
+                errors += finding.level == Level::ERROR ? std::string(" ") + finding.code() : "";
+            EXPECT_EQ(errors.empty(), verdict.status == Status::SOUND) << row.codes;
+            EXPECT_EQ(errors.empty(), !verdict.cause) << row.codes;
+            EXPECT_EQ(errors.find("unexplained"), std::string::npos) << row.codes;
+            all += std::string(row.codes) + ": " + name_of(verdict.status) + errors + "\n";
+        }
+    }
+    const Bytes golden = content(ROOT / "tests/golden/verdicts.txt");
     EXPECT_EQ(all, std::string(golden.begin(), golden.end()));
 }
 
