@@ -191,7 +191,7 @@ private:
     void judge(const std::string& file)
     {
         std::shared_ptr<zoflv_host::DataSource> source = open_source(file);
-        Progress progress(file, 0, !m_session.quiet());
+        Progress progress(file, zi::HostSource(*source).size(), !m_session.quiet());
         const zi::Verdict verdict = zi::check(*m_plugin, std::move(source), m_options.device,
                                               [&](int64_t done, int64_t) { progress.at(done); });
         progress.clear();

@@ -66,7 +66,7 @@ void print(int track, zi::SeekMode mode, const zi::SeekLanding& landing)
 zi::DeviceReport play(const std::string& file, const SeekTestOptions& options, Session& session)
 {
     std::shared_ptr<zoflv_host::DataSource> source = open_source(file);
-    Progress progress(file, 0, !session.quiet());
+    Progress progress(file, zi::HostSource(*source).size(), !session.quiet());
     zi::HostSource bytes(*source);
     zi::TagWalker walker(bytes);
     zi::DeviceRun run(*session.plugin(), std::move(source), options.device);
