@@ -95,7 +95,7 @@ for path in "$tmp/folder" "$tmp/pipe" "$tmp/none" "$tmp/a
 b"; do for c in info frames "frames --demuxer"; do expect 2 $c "$path"; done; expect 2 seek "$path" 1; done
 expect 0 frames --demuxer --plugin "$tmp/none" "$sample"; expect 2 info --plugin "$sample" "$sample"; told "cannot be loaded"
 for good in --version --help "seek --help"; do expect 0 $good; done
-for usage in "" bogus info frames "frames $sample --stream 0" "frames $sample --track 1" "info -x $sample" "seek $sample" \
+for usage in "" bogus info frames "frames $sample --stream 0" "frames $sample --track 1" "info -x $sample" \
     "seek $sample 1:60" "seek $sample 1 --mode x" "seek $sample 300000000" "frames $sample --plugin $tmp/none"; do
     expect 2 $usage # split into words
 done
