@@ -4,6 +4,7 @@
 #include "fuzz/seek_model.h"
 #include "fuzz/walk.h"
 #include "tests/support/mem_file.h"
+#include "zoflv/dmx/zoflvds_priv.h"
 
 #include <cstring>
 #include <fstream>
