@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <android/log.h>
+#include <cmath>
 #include <utility>
 #include <zodevice/zo_media_formats.h>
 
@@ -81,6 +82,15 @@ const SeekTest* TrackReport::seeks_in(SeekMode mode) const
     const auto found = std::find_if(seeks.begin(), seeks.end(),
                                     [mode](const SeekTest& test) { return test.mode == mode; });
     return found == seeks.end() ? nullptr : &*found;
+}
+
+int64_t TrackReport::lost_us() const
+{
+    if (!usable() || frames.expected == 0)
+        return extent_us;
+    const uint64_t lost = frames.expected - std::min(frames.expected, frames.delivered);
+    return std::llround(static_cast<double>(extent_us) * static_cast<double>(lost) /
+                        static_cast<double>(frames.expected));
 }
 
 const TrackReport* DeviceReport::seek_track() const
@@ -185,6 +195,7 @@ const DeviceReport& DeviceRun::finish()
         stream->matcher.finish(stream->rules.unconfigured());
         stream->report.frames = stream->matcher.count();
         stream->points.finish();
+        stream->report.extent_us = stream->points.extent_us();
     }
     const TrackReport* const judged = m_report.seek_track();
     if (!judged || m_options.seeks <= 0)

@@ -30,7 +30,8 @@ struct RunEnd {
 /// A kind of stream: of its tags, and of the track that the plugin publishes for it.
 struct TrackReport {
     Kind kind = Kind::AUDIO;
-    uint64_t tags = 0; ///< in the file
+    uint64_t tags = 0;     ///< in the file
+    int64_t extent_us = 0; ///< from the first expected frame to the last, by time
 
     // As published; with `index` -1 there is no track.
     int index = -1;
@@ -50,6 +51,8 @@ struct TrackReport {
     bool seeks_cut = false; ///< not all was tried, since the tests before read too much
 
     const SeekTest* seeks_in(SeekMode mode) const;
+    /// How much of the extent is not played: an estimate, by the share of frames that did not come.
+    int64_t lost_us() const;
     bool started() const { return index >= 0 && start.status == AMEDIA_OK; }
     /// Published without error, starts, and gives a frame.
     bool usable() const

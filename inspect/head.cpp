@@ -99,4 +99,17 @@ const ScriptNode* metadata_properties(const Head& head)
     return holds ? node : nullptr;
 }
 
+std::optional<std::string_view> made_by(const Head& head)
+{
+    const ScriptNode* const properties = metadata_properties(head);
+    if (!properties)
+        return std::nullopt;
+    for (const char* const name : {"encoder", "metadatacreator", "creator"}) {
+        const ScriptNode* const value = head.metadata.property(*properties, name);
+        if (value && (value->type == AmfType::STRING || value->type == AmfType::LONG_STRING))
+            return head.metadata.text(*value);
+    }
+    return std::nullopt;
+}
+
 } // namespace zoflv_inspect

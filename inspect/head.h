@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 namespace zoflv_inspect {
@@ -26,5 +27,8 @@ Head read_head(ByteSource& source);
 /// The properties of onMetaData: the object or array that follows the event's name; null when there
 /// is none.
 const ScriptNode* metadata_properties(const Head& head);
+
+/// What wrote the file, as its metadata say; nothing when they do not.
+std::optional<std::string_view> made_by(const Head& head);
 
 } // namespace zoflv_inspect

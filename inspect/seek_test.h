@@ -58,6 +58,8 @@ public:
     /// With no frame in the direction, finding nothing is right.
     /// @param landed  the first frame after the seek, if any
     bool hit(SeekMode mode, int64_t target_us, const std::optional<DeliveredFrame>& landed) const;
+    /// From the first to the last frame, by time.
+    int64_t extent_us() const { return (m_last_ms - m_first_ms) * 1000; }
     /// Whether it is no frame, but a configuration or the like.
     bool is_extra(const DeliveredFrame& frame) const;
 

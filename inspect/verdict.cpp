@@ -229,6 +229,15 @@ Verdict judge(DeviceReport report, std::vector<Finding> findings)
     return verdict;
 }
 
+std::optional<bool> Verdict::curable() const
+{
+    if (status == Status::SOUND)
+        return std::nullopt;
+    return std::all_of(findings.begin(), findings.end(), [](const Finding& finding) {
+        return finding.level != Level::ERROR || finding.info().curable;
+    });
+}
+
 std::string Verdict::sentence() const
 {
     if (!cause)

@@ -43,6 +43,8 @@ struct Verdict {
     std::vector<Symptom> symptoms; ///< the most serious one first; none of a sound file
     int64_t size = 0;              ///< of the file, bytes
 
+    /// Whether `zoflv repair` can cure every error; nothing of a sound file.
+    std::optional<bool> curable() const;
     /// "partial: " and the cause with its code, or what is sound.
     std::string sentence() const;
 };

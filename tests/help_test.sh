@@ -32,7 +32,7 @@ completed() {
 # In the page the commands are subsections; the options of all commands come before the first of them.
 in_page() {
     awk -v command="$1" '/^\.S[sh] / {name = $1 == ".Ss" ? $2 : ""} name == command && /^\.It Fl/' "$page" |
-        grep -oE '\bFl [A-Za-z-]+' | sed 's/^Fl /-/' | sort -u
+        grep -oE '\bFl [A-Za-z0-9-]+' | sed 's/^Fl /-/' | sort -u
 }
 
 commands=$(completed "")

@@ -1,11 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "inspect/head.h"
 #include "inspect/verdict.h"
+#include "tools/check_csv.h"
 #include "tools/commands.h"
 #include "tools/file.h"
+#include "tools/file_names.h"
 #include "tools/progress.h"
+#include "tools/timed_source.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <memory>
+#include <new>
 
 namespace {
 
@@ -14,7 +20,18 @@ namespace zi = zoflv_inspect;
 struct CheckOptions {
     std::vector<std::string> files;
     zi::DeviceOptions device{};
+    std::string list;  ///< of files; "-": standard input; empty: none
+    int timeout_s = 0; ///< for each file; 0: none
     bool json = false;
+    bool csv = false;
+};
+
+/// The time limit of a file is over.
+class Timeout : public Failure {
+public:
+    explicit Timeout(int seconds)
+        : Failure(EXIT_BAD_FILE, textf("not done within the time limit of %d s", seconds))
+    {}
 };
 
 const char* name_of(zi::Kind kind)
@@ -54,6 +71,8 @@ Json json_of(const zi::TrackReport& track)
             {"started", track.started()},
             {"usable", track.usable()},
             {"tags", track.tags},
+            {"duration_us", track.extent_us},
+            {"lost_us", track.lost_us()},
             {"frames",
              {{"expected", frames.expected},
               {"delivered", frames.delivered},
@@ -78,34 +97,62 @@ Json json_of(const zi::Finding& finding)
             {"elsewhere", rule.elsewhere ? Json(rule.elsewhere) : Json()}};
 }
 
-Json json_of(const std::string& file, const zi::Verdict& verdict)
+/// What wrote the file; null when it does not say so.
+Json made_by_of(zoflv_host::DataSource& source)
+{
+    constexpr size_t enough = 200; // bytes: a name and a version
+    zi::HostSource bytes(source);
+    const zi::Head head = zi::read_head(bytes);
+    const auto name = zi::made_by(head);
+    return name ? Json(name->substr(0, enough)) : Json();
+}
+
+Json json_of(const std::string& file, const zi::Verdict& verdict, const Json& made_by)
 {
     Json tracks = Json::array();
-    for (const zi::TrackReport* track : tracks_of(verdict.device))
+    int64_t duration_us = 0;
+    int64_t lost_us = 0;
+    for (const zi::TrackReport* track : tracks_of(verdict.device)) {
         tracks.push_back(json_of(*track));
+        duration_us = std::max(duration_us, track->extent_us);
+        lost_us = std::max(lost_us, track->lost_us());
+    }
     Json findings = Json::array();
     for (const zi::Finding& finding : verdict.findings)
         findings.push_back(json_of(finding));
+    const std::optional<bool> curable = verdict.curable();
     return {{"schema_version", 1},
             {"file", file},
+            {"size", verdict.size},
+            {"duration_us", duration_us},
+            {"made_by", made_by},
             {"verdict",
              {{"status", zi::name_of(verdict.status)},
               {"cause", verdict.cause ? Json(verdict.findings[*verdict.cause].code()) : Json()},
               {"text", verdict.sentence()},
+              {"curable", curable ? Json(*curable) : Json()},
+              {"lost_us", lost_us},
               {"device", verdict.device.name},
               {"tracks", tracks}}},
             {"findings", findings}};
 }
 
-/// The record of a file that could not be looked at.
-Json json_of_failure(const std::string& file, const zi::DeviceProfile& device, const char* reason)
+/// The record of a file that could not be looked at, or not to its end.
+/// @param status  "failed" or "timeout"
+Json json_of_failure(const std::string& file, const zi::DeviceProfile& device, const char* status,
+                     const char* reason)
 {
     return {{"schema_version", 1},
             {"file", file},
+            {"size", nullptr},
+            {"duration_us", nullptr},
+            {"made_by", nullptr},
             {"verdict",
-             {{"status", "failed"},
+             {{"status", status},
               {"cause", nullptr},
               {"text", reason},
+              {"curable", nullptr},
+              {"lost_us", nullptr},
               {"device", device.name},
               {"tracks", Json::array()}}},
             {"findings", Json::array()}};
@@ -166,9 +213,14 @@ public:
 
     int run()
     {
-        for (const std::string& file : m_options.files)
-            attempt(&m_worst, file, [&] { check(file); });
-        if (m_options.files.size() > 1 && !m_session.quiet())
+        FileNames names(m_options.files, m_options.list);
+        if (m_options.csv)
+            put(check_csv_header());
+        attempt(&m_worst, m_options.list, [&] {
+            for (std::string file; names.next(&file);)
+                attempt(&m_worst, file, [&] { check(file); });
+        });
+        if (names.several() && !m_session.quiet())
             summarize();
         return m_worst;
     }
@@ -180,26 +232,53 @@ private:
             judge(file);
         } catch (const OutputFailure&) {
             throw;
+        } catch (const Timeout& timeout) {
+            ++m_timeouts;
+            give(json_of_failure(file, m_session.device(), "timeout", timeout.what()));
+            throw;
         } catch (const Failure& failure) {
             ++m_failed;
-            if (m_options.json)
-                put_line(json_of_failure(file, m_session.device(), failure.what()));
+            give(json_of_failure(file, m_session.device(), "failed", failure.what()));
+            throw;
+        } catch (const std::bad_alloc&) {
+            ++m_failed;
+            give(json_of_failure(file, m_session.device(), "failed", "out of memory"));
             throw;
         }
     }
 
+    /// Writes a record at once: somebody may wait for it.
+    void give(const Json& record)
+    {
+        if (m_options.json)
+            put_line(record);
+        else if (m_options.csv)
+            put(check_csv_row(record));
+        flush_output();
+    }
+
     void judge(const std::string& file)
     {
-        std::shared_ptr<zoflv_host::DataSource> source = open_source(file);
+        const auto timed = m_options.timeout_s > 0
+                               ? std::make_shared<TimedSource>(
+                                     open_source(file), std::chrono::seconds(m_options.timeout_s))
+                               : nullptr;
+        std::shared_ptr<zoflv_host::DataSource> source = timed;
+        if (!source)
+            source = open_source(file);
         Progress progress(file, zi::HostSource(*source).size(), !m_session.quiet());
-        const zi::Verdict verdict = zi::check(*m_plugin, std::move(source), m_options.device,
+        const zi::Verdict verdict = zi::check(*m_plugin, source, m_options.device,
                                               [&](int64_t done, int64_t) { progress.at(done); });
         progress.clear();
+        const bool record = m_options.json || m_options.csv;
+        const Json made_by = record ? made_by_of(*source) : Json();
+        if (timed && timed->expired())
+            throw Timeout(m_options.timeout_s);
         ++m_counts[static_cast<size_t>(verdict.status)];
         if (verdict.status != zi::Status::SOUND)
             m_worst = std::max<int>(m_worst, EXIT_BAD_FILE);
-        if (m_options.json)
-            put_line(json_of(file, verdict));
+        if (record)
+            give(json_of(file, verdict, made_by));
         else
             print(file, verdict);
     }
@@ -208,6 +287,8 @@ private:
     {
         std::string text =
             textf("%zu sound, %zu partial, %zu refused", m_counts[0], m_counts[1], m_counts[2]);
+        if (m_timeouts > 0)
+            text += textf(", %zu not done in time", m_timeouts);
         if (m_failed > 0)
             text += textf(", %zu could not be read", m_failed);
         flush_output(); // the summary comes after the results, also on one terminal
@@ -220,6 +301,7 @@ private:
     int m_worst = EXIT_FINE;
     size_t m_counts[3] = {}; ///< by Status
     size_t m_failed = 0;
+    size_t m_timeouts = 0;
 };
 
 } // namespace
@@ -230,7 +312,8 @@ Command add_check(CLI::App& app)
         "What a device does with files, and why",
         "  zoflv check recording.flv\n"
         "  zoflv check --json *.flv | jq -r 'select(.verdict.status != \"sound\") | .file'\n"
-        "  zoflv check --device kitchen.json recording.flv",
+        "  zoflv check --device kitchen.json recording.flv\n"
+        "  find /archive -name '*.flv' -print0 | zoflv check --json --timeout 60 --files0-from -",
         "A file is sound when the device plays every frame of every stream and seeks land where "
         "they\n"
         "should; it is refused when nothing plays, and else partial. Each finding has a code, "
@@ -241,11 +324,24 @@ Command add_check(CLI::App& app)
     };
     const auto options = std::make_shared<CheckOptions>();
     CLI::App* command = add_command(app, "check", help);
-    add_files(command, &options->files);
+    add_files(command, &options->files)->required(false);
+    command
+        ->add_option("--files0-from", options->list,
+                     "Files named in this one too, each name with a NUL byte after it;\n"
+                     "- for standard input")
+        ->type_name("FILE");
     add_number(command, "--seeks", &options->device.seeks,
                "Seeks to try: 32 if not given, 0 for none");
-    add_json(command, &options->json);
+    add_number(command, "--timeout", &options->timeout_s,
+               "Seconds for each file, at most; 0 for no limit, as if not given")
+        ->type_name("S");
+    CLI::Option* const json = add_json(command, &options->json);
+    command->add_flag("--csv", options->csv, "One row for each file, with a header")
+        ->excludes(json);
     return {command, [options](Session& session) {
+                if (options->files.empty() && options->list.empty())
+                    throw SetupFailure("usage",
+                                       "no file named (zoflv check --help shows the usage)");
                 options->device.profile = session.device();
                 return Checker(*options, session).run();
             }};

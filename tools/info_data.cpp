@@ -39,16 +39,13 @@ using zoflv_inspect::ScriptNode;
 // ------------------------------------------------------------- Container
 
 /// What wrote the file, as it says itself; null when it does not.
-Json made_by_json(const Json& properties)
+Json made_by_json(const Head& head)
 {
-    for (const char* const name : {"encoder", "metadatacreator", "creator"}) {
-        if (properties.is_object() && properties.contains(name) && properties[name].is_string())
-            return properties[name];
-    }
-    return nullptr;
+    const auto name = zoflv_inspect::made_by(head);
+    return name ? Json(*name) : Json(nullptr);
 }
 
-Json container_json(const FlvFile& file, const Head& head, const Json& properties)
+Json container_json(const FlvFile& file, const Head& head)
 {
     const ZOFLVD_INFO& info = file.info();
     Json regions = Json::array();
@@ -61,7 +58,7 @@ Json container_json(const FlvFile& file, const Head& head, const Json& propertie
             {"seekable", info.seekable != 0},
             {"regions", regions},
             {"flv_version", head.header ? Json(head.header->version) : Json(nullptr)},
-            {"made_by", made_by_json(properties)},
+            {"made_by", made_by_json(head)},
             {"sources", {{"duration", "metadata"}}}};
 }
 
@@ -440,7 +437,7 @@ void fill(Json* object, const std::string& path, bool entries, Session& session,
     const auto metadata = read_metadata(file);
     size_t left_out = 0;
     const Json properties = properties_json(head, &left_out);
-    (*object)["container"] = container_json(file, head, properties);
+    (*object)["container"] = container_json(file, head);
     for (int i = 0; i < file.info().strm_cnt; ++i)
         (*object)["streams"].push_back(stream_json(file, head, i));
     (*object)["keyframes"] = keyframes_json(file, *metadata, entries, trouble);
