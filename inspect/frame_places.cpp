@@ -16,7 +16,7 @@ bool FramePlaces::pull()
     while (const Item* const item = m_walker.next()) {
         if (item->kind != ItemKind::TAG)
             continue;
-        const Tag tag = item->tag;
+        const Tag& tag = item->tag;
         if (m_kind == Kind::VIDEO ? !tag.video() : !tag.audio())
             continue;
         if (const auto frame = m_rules.expect(tag, m_walker)) {

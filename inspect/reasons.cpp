@@ -86,7 +86,7 @@ const Reason* find_reason(std::string_view tag, std::string_view text)
     return nullptr;
 }
 
-void ReasonLog::step()
+void ReasonLog::keep_last()
 {
     m_before = std::exchange(m_now, {});
 }
@@ -95,11 +95,14 @@ void ReasonLog::take(bool error, std::string_view tag, std::string_view text)
 {
     if (tag == "ZoFLVExtractor") {
         const int code = code_in(text);
-        if (code != 0)
+        if (code != 0) {
+            m_now.any = true;
             m_now.plugin_code = code;
+        }
     }
     if (!error)
         return;
+    m_now.any = true;
     const Reason* reason = find_reason(tag, text);
     ++m_now.errors;
     // Its lines are these two; what a caller then logs says nothing of the tag.

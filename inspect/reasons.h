@@ -72,8 +72,13 @@ public:
 
     /// Forgets everything: other work begins.
     void reset() { m_before = m_now = {}; }
-    /// The next read of the same track begins: forgets what was taken before the last step.
-    void step();
+    /// The next read of the same track begins: forgets what was taken before the last step. Costs
+    /// nothing while nothing goes wrong, as for nearly every frame.
+    void step()
+    {
+        if (m_now.any || m_before.any)
+            keep_last();
+    }
 
     /// What went wrong, null when no error was taken.
     const Reason* cause() const;
@@ -86,6 +91,7 @@ public:
 
 private:
     struct Taken {
+        bool any = false; ///< anything below is set
         int errors = 0;
         const Reason* cause = nullptr;
         bool has_cause = false;
@@ -94,6 +100,7 @@ private:
         bool empty_avc_tag = false;
         int plugin_code = 0;
     };
+    void keep_last();
     const Taken& chosen() const;
 
     Taken m_before, m_now;
