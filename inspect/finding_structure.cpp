@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "inspect/finding_detectors.h"
+#include "inspect/words.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -22,7 +23,7 @@ const char* name_of(StreamKind kind)
 
 std::string bytes_text(int64_t count)
 {
-    return format("%" PRId64 " %s", count, count == 1 ? "byte" : "bytes");
+    return counted(static_cast<uint64_t>(count), "byte");
 }
 
 Rule rule_of(Link link)
@@ -137,7 +138,7 @@ void StructureCheck::see_tag(const Tag& tag)
     }
     if (tag.cut) {
         if (Finding* finding = m_sink.add(Rule::TAG_CUT, tag))
-            finding->detail = format("%" PRIu32 " of %" PRIu32 " bytes", tag.stored, tag.size);
+            finding->detail = grouped(tag.stored) + " of " + bytes_text(tag.size);
     } else if ((tag.audio() || tag.video()) && tag.size < 2) {
         m_sink.add(Rule::TAG_EMPTY, tag);
     }

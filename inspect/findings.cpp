@@ -3,9 +3,9 @@
 
 #include "inspect/codec_names.h"
 #include "inspect/finding_detectors.h"
+#include "inspect/words.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <iterator>
 
 namespace zoflv_inspect {
@@ -57,7 +57,7 @@ void FrameSizes::finish(FindingSink* sink, StreamKind kind, int32_t max_input_si
         if (Finding* finding =
                 sink->add(Rule::FRAME_TOO_LARGE, kind, frame.offset, frame.dts_ms * 1000))
             finding->detail =
-                format("%" PRIu32 " bytes for a buffer of %" PRId32, frame.size, max_input_size);
+                counted(frame.size, "byte") + " for a buffer of " + grouped(max_input_size);
         return; // how many more there are is not known
     }
 }

@@ -44,7 +44,12 @@ int run_info(const InfoOptions& options, Session& session)
             complain(path, record.object["reason"].get<std::string>());
         worst = std::max(worst, record.code);
         if (options.scan && !options.json && record.code != EXIT_USAGE) // a refused file too
-            attempt(&worst, path, [&] { print_scan(scan_file(path, !session.quiet())); });
+            attempt(&worst, path, [&] {
+                const zoflv_inspect::Scan scan = scan_file(path, !session.quiet());
+                if (record.object["container"].is_null())
+                    put(printable(path) + '\n');
+                print_scan(scan);
+            });
     }
     return worst;
 }

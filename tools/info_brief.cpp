@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "inspect/words.h"
 #include "tools/info_text.h"
 
 #include <cmath>
@@ -8,20 +9,11 @@ namespace {
 
 constexpr double ticks_per_second = 1e7; // of the container's times
 
-/// 254,084.
-std::string grouped(int64_t number)
-{
-    std::string digits = std::to_string(number);
-    for (auto at = static_cast<int>(digits.size()) - 3; at > (number < 0 ? 1 : 0); at -= 3)
-        digits.insert(static_cast<size_t>(at), 1, ',');
-    return digits;
-}
-
 std::string file_line(const Json& container)
 {
     const int64_t size = container["size"];
     const int64_t duration = container["duration"];
-    std::string line = grouped(size) + (size == 1 ? " byte, " : " bytes, ");
+    std::string line = zoflv_inspect::grouped(size) + (size == 1 ? " byte, " : " bytes, ");
     line += duration > 0 ? seconds(duration) + " s by the metadata" : "duration unknown";
     if (duration > 0) {
         const double rate =
@@ -99,7 +91,7 @@ std::string index_text(const Json& keyframes)
         return keyframes["status"] == "none"
                    ? "none"
                    : "not used: " + keyframes["reason"].get<std::string>();
-    std::string text = grouped(keyframes["count"]) + " keyframes";
+    std::string text = zoflv_inspect::grouped(keyframes["count"]) + " keyframes";
     if (keyframes["average_interval"].is_number())
         text += ", one every " + seconds(keyframes["average_interval"]) + " s";
     return text + ", the last at " + seconds(keyframes["last_time"]) + " s";

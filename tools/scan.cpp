@@ -3,6 +3,7 @@
 
 #include "inspect/codec_names.h"
 #include "inspect/walker.h"
+#include "inspect/words.h"
 #include "tools/file.h"
 #include "tools/progress.h"
 
@@ -139,11 +140,6 @@ std::string claim_text(const std::optional<double>& value, const char* unit)
     return value ? textf("%.15g%s", *value, unit) : "nothing";
 }
 
-std::string count_text(uint64_t count, const char* what)
-{
-    return textf("%llu %s%s", static_cast<unsigned long long>(count), what, count == 1 ? "" : "s");
-}
-
 std::string at_text(const Spot& spot)
 {
     return textf(" at byte %lld, ", static_cast<long long>(spot.offset)) + ms_text(spot.dts_ms);
@@ -152,14 +148,14 @@ std::string at_text(const Spot& spot)
 void print_steps(const StreamScan& s)
 {
     if (s.steps.back > 0)
-        put_row("times go back", count_text(s.steps.back, "time") + ", at most " +
+        put_row("times go back", counted(s.steps.back, "time") + ", at most " +
                                      ms_text(-s.steps.largest_back.value) +
                                      at_text(s.steps.largest_back));
     if (s.steps.gaps > 0)
-        put_row("gaps", count_text(s.steps.gaps, "gap") + " above 1 s, at most " +
+        put_row("gaps", counted(s.steps.gaps, "gap") + " above 1 s, at most " +
                             ms_text(s.steps.largest_gap.value) + at_text(s.steps.largest_gap));
     if (s.negative_times > 0)
-        put_row("negative times", count_text(s.negative_times, "tag"));
+        put_row("negative times", counted(s.negative_times, "tag"));
 }
 
 void print_keyframes(const Scan& scan)
@@ -188,8 +184,7 @@ void print_stream(const Scan& scan, bool video)
     const auto bits = bit_rate(s);
     const Claims& claims = scan.claims;
     put_row("frames",
-            count_text(s.frames, "frame") +
-                (rate ? textf(", %.3f frames/s", *rate) : std::string()),
+            counted(s.frames, "frame") + (rate ? textf(", %.3f frames/s", *rate) : std::string()),
             video && claims.found ? claim_text(claims.framerate, " frames/s") : "");
     if (s.frames > 0)
         put_row("time", ms_text(s.min_dts_ms) + " to " + ms_text(s.max_dts_ms));
@@ -202,11 +197,11 @@ void print_stream(const Scan& scan, bool video)
         print_keyframes(scan);
     if (s.configs > 0)
         put_row("configurations",
-                count_text(s.configs, "tag") + textf(", %zu different", s.configurations.count));
+                counted(s.configs, "tag") + textf(", %zu different", s.configurations.count));
     if (s.empty > 0)
-        put_row("without payload", count_text(s.empty, "tag"));
+        put_row("without payload", counted(s.empty, "tag"));
     if (s.filtered > 0)
-        put_row("encrypted", count_text(s.filtered, "tag"));
+        put_row("encrypted", counted(s.filtered, "tag"));
     print_steps(s);
 }
 
@@ -221,7 +216,7 @@ void print_links(const Scan& scan)
         kinds += (kinds.empty() ? "" : ", ") + std::string(link_name(static_cast<Link>(i)));
     }
     if (wrong > 0)
-        put_row("PreviousTagSize", "wrong after " + count_text(wrong, "tag") + " (" + kinds + ")");
+        put_row("PreviousTagSize", "wrong after " + counted(wrong, "tag") + " (" + kinds + ")");
 }
 
 } // namespace
@@ -277,7 +272,7 @@ void print_scan(const Scan& scan)
 {
     const Claims& claims = scan.claims;
     put("  counted over the whole file\n");
-    put_row("size", count_text(static_cast<uint64_t>(scan.end.offset), "byte"),
+    put_row("size", counted(static_cast<uint64_t>(scan.end.offset), "byte"),
             claims.filesize ? claim_text(claims.filesize, "") : "");
     if (scan.has_frames()) {
         put_row("duration", ms_text(scan.duration_ms()),
@@ -289,10 +284,10 @@ void print_scan(const Scan& scan)
                 "at most " + ms_text(scan.furthest_apart.value) + at_text(scan.furthest_apart));
     print_links(scan);
     if (scan.inner_headers > 0)
-        put_row("FLV headers inside", count_text(scan.inner_headers, "header"));
+        put_row("FLV inside", counted(scan.inner_headers, "header"));
     if (scan.lost_ranges > 0)
-        put_row("lost", count_text(static_cast<uint64_t>(scan.lost_bytes), "byte") + " in " +
-                            count_text(scan.lost_ranges, "range"));
+        put_row("lost", counted(static_cast<uint64_t>(scan.lost_bytes), "byte") + " in " +
+                            counted(scan.lost_ranges, "range"));
     if (scan.end.kind == EndKind::CUT_TAG)
         put_row("end", "inside a tag");
     print_stream(scan, true);
