@@ -43,6 +43,18 @@ bool is_negative_number(const std::string& text)
     return text.size() > 1 && text[0] == '-' && (std::isdigit(text[1]) || text[1] == '.');
 }
 
+/// The first word that is neither an option nor its value; null when there is none.
+const std::string* first_argument(const std::vector<std::string>& words)
+{
+    for (size_t i = 0; i < words.size(); ++i) {
+        if (words[i] == "--plugin" || words[i] == "--device")
+            ++i;
+        else if (words[i][0] != '-')
+            return &words[i];
+    }
+    return nullptr;
+}
+
 /// What is not known to the parser: its own words are "The following argument was not expected".
 std::string unexpected(const std::string& word, const std::string& name)
 {
@@ -137,9 +149,8 @@ std::string usage_message(const CLI::App& app, int argc, const char* const* argv
     }
     const std::vector<CLI::App*> commands = app.get_subcommands();
     if (commands.empty()) {
-        const auto first = std::find_if(words.begin(), words.end(),
-                                        [](const std::string& word) { return word[0] != '-'; });
-        if (first == words.end())
+        const std::string* const first = first_argument(words);
+        if (!first)
             return "no command: \"zoflv info FILE\" shows a file, --help lists the commands";
         if (exists(*first))
             return "no command: did you mean \"zoflv info " + *first +

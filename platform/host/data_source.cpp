@@ -69,7 +69,8 @@ std::unique_ptr<FileDataSource> FileDataSource::open(const std::string& path, st
         return nullptr;
     }
     if (!S_ISREG(info.st_mode)) {
-        *error = S_ISDIR(info.st_mode) ? "is a directory" : "not a regular file";
+        *error = S_ISDIR(info.st_mode) ? "is a directory"
+                                       : "not a regular file, which is what seeks need";
         return nullptr;
     }
     return source;
