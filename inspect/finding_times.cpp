@@ -129,6 +129,10 @@ void TimeCheck::check_duration(double duration_ms)
 {
     if (!(duration_ms > 0) || m_sink.has(Rule::DURATION_ABSURD, StreamKind::FILE))
         return; // said already
+    for (const StreamKind kind : {StreamKind::AUDIO, StreamKind::VIDEO}) {
+        if (m_sink.has(Rule::TIME_WRAP24, kind) || m_sink.has(Rule::TIME_WRAP32, kind))
+            return; // the largest time is not the end
+    }
     const auto end = static_cast<double>(m_end_ms);
     const double slack = duration_slack(end);
     const bool is_short = duration_ms < end - slack;
