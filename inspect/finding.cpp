@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "inspect/findings.h"
+#include "inspect/words.h"
 
 namespace zoflv_inspect {
 
@@ -10,16 +11,15 @@ bool Finding::can_explain(Shown shown, StreamKind of_kind, int64_t before) const
     return (explains & shown) != 0 && same_kind && offset <= before;
 }
 
+std::string Finding::first() const
+{
+    const std::string text = info().consequence;
+    return detail.empty() ? text : text + ": " + detail;
+}
+
 std::string Finding::text() const
 {
-    std::string text = info().consequence;
-    if (!detail.empty())
-        text += ": " + detail;
-    if (count > 1)
-        text += " (" + std::to_string(count) + " times)";
-    if (level == Level::ERROR && info().elsewhere)
-        text += "; plays elsewhere, not here, because " + std::string(info().elsewhere);
-    return text;
+    return count > 1 ? first() + " (" + counted(count, "time") + ')' : first();
 }
 
 } // namespace zoflv_inspect

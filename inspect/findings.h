@@ -47,8 +47,9 @@ struct Finding {
     /// @param before   offset at which it was shown; a finding after it is not the reason
     bool can_explain(Shown shown, StreamKind of_kind,
                      int64_t before = std::numeric_limits<int64_t>::max()) const;
-    /// The consequence with the figures, and how often; of an error also why other players play the
-    /// file. A sentence without its full stop.
+    /// The consequence with the figures. A sentence without its full stop.
+    std::string first() const;
+    /// The same, and how often.
     std::string text() const;
 };
 

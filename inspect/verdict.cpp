@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "inspect/verdict.h"
 
+#include "inspect/words.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -155,6 +157,45 @@ void add_own_findings(const DeviceReport& report, std::vector<Finding>* findings
                                            " of " + std::to_string(audio->landings.size())));
 }
 
+/// "half of it", of a share that is not 0.
+std::string share_text(size_t part, size_t whole)
+{
+    const size_t percent = (part * 100 + whole / 2) / whole;
+    if (percent >= 45 && percent <= 55)
+        return "half of it";
+    if (percent == 0)
+        return "a little of it";
+    return percent >= 95 ? "nearly all of it" : "about " + std::to_string(percent) + " % of it";
+}
+
+/// What is lost for who plays the file, as a clause; empty when there is no measure of it.
+std::string loss_of(const DeviceReport& report, const Symptom& symptom)
+{
+    if (symptom.kind == StreamKind::FILE)
+        return {};
+    const TrackReport& track =
+        report.of(symptom.kind == StreamKind::AUDIO ? Kind::AUDIO : Kind::VIDEO);
+    if (symptom.shown == SHOWN_NO_TRACK)
+        return std::string("no ") + name_of(track.kind) + " is played";
+    if (symptom.shown == SHOWN_FRAMES) {
+        const FrameCount& frames = track.frames;
+        const uint64_t lost = frames.expected - frames.delivered;
+        const std::string of_kind = std::string(" ") + name_of(track.kind) + " frames ";
+        return lost == 0 ? std::string()
+                         : grouped(static_cast<int64_t>(lost)) + " of " +
+                               grouped(static_cast<int64_t>(frames.expected)) + of_kind +
+                               (lost == 1 ? "is lost" : "are lost");
+    }
+    const SeekTest* const test = track.seeks_in(SeekMode::PREVIOUS);
+    if (!test)
+        return {};
+    const size_t misses = test->landings.size() - test->hits();
+    if (symptom.past_duration)
+        return share_text(misses, test->landings.size()) + " cannot be reached";
+    return grouped(static_cast<int64_t>(misses)) + " of " + counted(test->landings.size(), "seek") +
+           (misses == 1 ? " misses" : " miss");
+}
+
 Status status_of(const DeviceReport& report, const std::vector<Symptom>& symptoms)
 {
     if (!report.opened || (!report.audio.usable() && !report.video.usable()))
@@ -240,11 +281,20 @@ std::optional<bool> Verdict::curable() const
 
 std::string Verdict::sentence() const
 {
-    if (!cause)
-        return std::string(name_of(status)) + ": every frame is delivered, and seeks land where "
-                                              "they should";
+    std::string text = std::string(name_of(status)) + ": ";
+    if (!cause) {
+        const bool sought = device.seek_track() && !device.seek_track()->seeks.empty();
+        return text + "every frame is delivered" +
+               (sought ? ", and seeks land where they should" : "");
+    }
     const Finding& finding = findings[*cause];
-    return std::string(name_of(status)) + ": " + finding.text() + " (" + finding.code() + ")";
+    const std::string loss = status == Status::PARTIAL ? loss_of(device, symptoms.front()) : "";
+    if (!loss.empty())
+        text += loss + ": ";
+    const bool told =
+        finding.rule == Rule::DURATION_SHORT && !loss.empty(); // that was its first half
+    text += told ? finding.detail : finding.first();
+    return text + " (" + finding.code() + ")";
 }
 
 Verdict check(zoflv_host::ExtractorLibrary& plugin, std::shared_ptr<zoflv_host::DataSource> source,

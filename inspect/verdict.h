@@ -45,7 +45,7 @@ struct Verdict {
 
     /// Whether `zoflv repair` can cure every error; nothing of a sound file.
     std::optional<bool> curable() const;
-    /// "partial: " and the cause with its code, or what is sound.
+    /// "partial: ", what is lost, and the cause with its code; or what is sound.
     std::string sentence() const;
 };
 

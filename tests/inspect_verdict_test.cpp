@@ -84,6 +84,36 @@ TEST(InspectVerdict, OfSamples)
     }
 }
 
+TEST(InspectVerdict, SaysWhatIsLostAndWhy)
+{
+    const Bytes whole = sample("avc_aac_index");
+    Bytes hidden = whole;
+    hidden[4] = 4; // flags: audio alone
+    Bytes shortened = whole;
+    const Bytes duration = amf_prop("duration", amf_num(8.023));
+    const Bytes half = amf_prop("duration", amf_num(4.0115));
+    const auto at =
+        std::search(shortened.begin(), shortened.end(), duration.begin(), duration.end());
+    ASSERT_NE(at, shortened.end());
+    std::copy(half.begin(), half.end(), at);
+    const struct {
+        Bytes file;
+        const char* text;
+    } cases[] = {
+        {whole, "sound: every frame is delivered, and seeks land where they should"},
+        {hidden, "partial: no video is played: the header does not announce a stream that the file "
+                 "has, and it is not played (header.hides)"},
+        {shortened, "partial: half of it cannot be reached: the file says 4.011 s and has 8.011 s "
+                    "(duration.short)"},
+        {cut(whole, whole.size() * 6 / 10), "partial: 1 of 121 video frames is lost: the file ends "
+                                            "inside its last tag, which is lost: "
+                                            "125 of 292 bytes (tag.cut)"},
+        {{}, "refused: the file has no bytes (file.empty)"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(verdict_of(c.file).sentence(), c.text);
+}
+
 TEST(InspectVerdict, OfCutFiles)
 {
     FlvBuilder builder = FlvBuilder().header(5);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "inspect/head.h"
 #include "inspect/verdict.h"
+#include "inspect/words.h"
 #include "tools/check_csv.h"
 #include "tools/commands.h"
 #include "tools/file.h"
@@ -161,10 +162,11 @@ Json json_of_failure(const std::string& file, const zi::DeviceProfile& device, c
 std::string text_of(const zi::TrackReport& track)
 {
     std::string text = track.index < 0 ? "  no track" : textf("  track %d ", track.index);
-    text += textf("  %s  %" PRIu64 " of %" PRIu64 " frames", name_of(track.kind),
-                  track.frames.delivered, track.frames.expected);
+    text += std::string("  ") + name_of(track.kind) + "  " +
+            zi::grouped(static_cast<int64_t>(track.frames.delivered)) + " of " +
+            zi::counted(track.frames.expected, "frame");
     if (track.frames.foreign > 0)
-        text += textf(" and %" PRIu64 " that are none", track.frames.foreign);
+        text += ", and " + zi::counted(track.frames.foreign, "false frame");
     if (const zi::SeekTest* seeks = track.seeks_in(zi::SeekMode::PREVIOUS))
         text += textf(", %zu of %zu seeks", seeks->hits(), seeks->landings.size());
     if (track.index >= 0 && !track.device_plays)
@@ -189,8 +191,8 @@ std::string text_of(const zi::Finding& finding)
     if (finding.level == zi::Level::NOTICE)
         return text;
     if (finding.level == zi::Level::ERROR && rule.elsewhere)
-        text += std::string("           May play elsewhere, not here, because ") + rule.elsewhere +
-                ".\n";
+        text +=
+            std::string("           Plays elsewhere, not here, because ") + rule.elsewhere + ".\n";
     return text + "           " + rule.remedy + '\n';
 }
 
