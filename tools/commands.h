@@ -7,6 +7,7 @@
 
 Command add_info(CLI::App& app);
 Command add_check(CLI::App& app);
+Command add_repair(CLI::App& app);
 Command add_findings(CLI::App& app);
 Command add_frames(CLI::App& app);
 Command add_seek(CLI::App& app);

@@ -8,7 +8,7 @@
 namespace {
 
 /// In the order of `--help`.
-constexpr AddCommand add_commands[] = {add_info,    add_check, add_frames,   add_seek,
+constexpr AddCommand add_commands[] = {add_info,    add_check, add_repair,   add_frames, add_seek,
                                        add_extract, add_tags,  add_findings, add_reasons};
 
 constexpr Help help = {
