@@ -21,6 +21,7 @@ CALLS = {
     "check": [["--seeks", "2", "FILES"]],
     "frames": [["FILES"], ["--demuxer", "FILES"], ["--summary", "FILES"]],
     "tags": [["FILES"], ["--script", "FILES"]],
+    "repair": [["--dry-run", "FILES"], ["--dry-run", "--always", "--join-gaps", "FILES"]],
     "seek": [["--mode", "all", "FILES", "0", "1.5", "2:00"]],
 }
 

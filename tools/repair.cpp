@@ -231,7 +231,7 @@ Json json_of(const zi::Verdict& verdict)
 void print_json(const RepairCommand& options, const Result& result)
 {
     const bool written = result.outcome == Outcome::WRITTEN;
-    put_line({{"schema_version", 1},
+    put_line({{"schema_version", schema_version},
               {"file", options.file},
               {"output", written ? Json(options.output) : Json()},
               {"outcome", OUTCOME_NAMES[static_cast<size_t>(result.outcome)]},
@@ -240,6 +240,19 @@ void print_json(const RepairCommand& options, const Result& result)
               {"before", json_of(result.before)},
               {"after", result.after ? json_of(*result.after) : Json()},
               {"repair", result.report ? json_of(*result.report) : Json()}});
+}
+
+void print_json_of_failure(const RepairCommand& options, const char* reason)
+{
+    put_line({{"schema_version", schema_version},
+              {"file", options.file},
+              {"output", nullptr},
+              {"outcome", "failed"},
+              {"reason", reason},
+              {"code", nullptr},
+              {"before", nullptr},
+              {"after", nullptr},
+              {"repair", nullptr}});
 }
 
 // ---------------------------------------------------------- What it does
@@ -322,8 +335,7 @@ private:
     void decide(Result* result, OutputFile* out)
     {
         const zi::RepairProof proof = zi::prove_repair(result->before, *result->after);
-        const bool needless = m_options.always && !zi::wants_repair(result->before);
-        if (proof.worse || (!proof.better && !needless)) {
+        if (proof.worse || (!proof.better && !m_options.always)) {
             result->outcome = Outcome::NOT_MENDED;
             result->text = proof.text;
             result->code = proof.code;
@@ -354,7 +366,15 @@ int repair(const RepairCommand& options, Session& session)
         throw Failure(EXIT_USAGE, "-o OUT is missing: the new file");
     if (!options.output.empty() && same_file(options.file, options.output))
         throw Failure(EXIT_USAGE, "the output would replace it");
-    const Result result = Repairer(options, session).run();
+    const Result result = [&] {
+        try {
+            return Repairer(options, session).run();
+        } catch (const Failure& failure) {
+            if (options.json)
+                print_json_of_failure(options, failure.what());
+            throw;
+        }
+    }();
     if (options.json)
         print_json(options, result);
     else
@@ -384,7 +404,8 @@ Command add_repair(CLI::App& app)
     command->add_option("-o,--output", options->output, "The new file")->type_name("OUT");
     command->add_flag("--dry-run", options->dry_run,
                       "Say what would be done; what is written meanwhile is removed");
-    command->add_flag("--always", options->always, "Write OUT also when nothing is to be repaired");
+    command->add_flag("--always", options->always,
+                      "Write OUT unless it is worse, also when nothing is to be repaired");
     command->add_flag("--force", options->force, "Replace a file that exists");
     command->add_flag("--keep-times", options->times.keep_times, "Leave all times as they are");
     command->add_flag("--join-gaps", options->times.join_gaps,
