@@ -298,7 +298,7 @@ std::string Verdict::sentence() const
 }
 
 Verdict check(zoflv_host::ExtractorLibrary& plugin, std::shared_ptr<zoflv_host::DataSource> source,
-              const DeviceOptions& options, const Progress& progress)
+              const DeviceOptions& options, const Progress& progress, const Watch& watch)
 {
     HostSource bytes(*source);
     TagWalker walker(bytes);
@@ -308,6 +308,8 @@ Verdict check(zoflv_host::ExtractorLibrary& plugin, std::shared_ptr<zoflv_host::
     while (const Item* item = walker.next()) {
         run.see(*item, walker);
         findings.see(*item, walker);
+        if (watch)
+            watch(*item, walker);
         if (item->kind == ItemKind::END)
             done = item->end.offset;
         else if (progress && item->kind == ItemKind::TAG)

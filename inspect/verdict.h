@@ -58,9 +58,13 @@ Verdict judge(DeviceReport report, std::vector<Finding> findings);
 /// Called now and then with the bytes walked so far.
 using Progress = std::function<void(int64_t done, int64_t size)>;
 
+/// Called with each item of the walk; the walker is the one that gave it.
+using Watch = std::function<void(const Item& item, TagWalker& walker)>;
+
 /// Walks a file, lets the plugin play it, and judges. The device library has to be set to the
 /// profile before; the log is taken over, as in DeviceRun.
 Verdict check(zoflv_host::ExtractorLibrary& plugin, std::shared_ptr<zoflv_host::DataSource> source,
-              const DeviceOptions& options = {}, const Progress& progress = {});
+              const DeviceOptions& options = {}, const Progress& progress = {},
+              const Watch& watch = {});
 
 } // namespace zoflv_inspect

@@ -14,3 +14,4 @@ Command add_seek(CLI::App& app);
 Command add_extract(CLI::App& app);
 Command add_tags(CLI::App& app);
 Command add_reasons(CLI::App& app);
+Command add_report(CLI::App& app);

@@ -8,8 +8,9 @@
 namespace {
 
 /// In the order of `--help`.
-constexpr AddCommand add_commands[] = {add_info,    add_check, add_repair,   add_frames, add_seek,
-                                       add_extract, add_tags,  add_findings, add_reasons};
+constexpr AddCommand add_commands[] = {add_info,     add_check,  add_report,  add_repair,
+                                       add_frames,   add_seek,   add_extract, add_tags,
+                                       add_findings, add_reasons};
 
 constexpr Help help = {
     "Shows what an FLV file holds, and what a device will do with it: the demuxer reads it here,\n"

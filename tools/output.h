@@ -3,6 +3,8 @@
 /// What the command writes: results on stdout, messages on stderr, and the exit codes.
 #pragma once
 
+#include "inspect/printable.h"
+
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
@@ -38,10 +40,7 @@ public:
 /// printf into a string.
 std::string textf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// The text without control characters, marks of direction and bytes that are no UTF-8, which become
-/// \xNN, so that it stays on one line and leaves the terminal alone. With `ascii` all bytes from 0x80
-/// are escaped.
-std::string printable(std::string_view text, bool ascii = false);
+using zoflv_inspect::printable;
 
 /// A time or duration in seconds, exactly, with at least three decimals.
 /// @param ticks  100-ns units

@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/output.h"
+#include "inspect/printable.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <iterator>
+
+namespace zoflv_inspect {
 
 namespace {
+
+constexpr char hex_digits[] = "0123456789abcdef";
 
 /// A character in UTF-8.
 struct Character {
@@ -56,10 +62,14 @@ std::string printable(std::string_view text, bool ascii)
         if (character.size > 0 && !is_control(character.code) && !(ascii && size > 1)) {
             out += text.substr(0, size);
         } else {
-            for (size_t i = 0; i < size; ++i)
-                out += textf("\\x%02x", static_cast<uint8_t>(text[i]));
+            for (size_t i = 0; i < size; ++i) {
+                const auto byte = static_cast<uint8_t>(text[i]);
+                out += {'\\', 'x', hex_digits[byte >> 4], hex_digits[byte & 15]};
+            }
         }
         text.remove_prefix(size);
     }
     return out;
 }
+
+} // namespace zoflv_inspect
