@@ -162,10 +162,10 @@ Markup findings_of(const ReportData& data)
             .raw("</span> <code>")
             .text(rule.code)
             .raw("</code></h3>\n<p>");
-        out.text(finding.text() + ". " + place_of(finding)).raw("</p>\n");
+        out.prose(finding.text() + ". " + place_of(finding)).raw("</p>\n");
         if (finding.level == Level::ERROR && rule.elsewhere)
             out.raw("<p>It may play elsewhere, because ").text(rule.elsewhere).raw(".</p>\n");
-        out.raw("<p><b>What to do:</b> ").text(rule.remedy).raw("</p></li>\n");
+        out.raw("<p><b>What to do:</b> ").prose(rule.remedy).raw("</p></li>\n");
     }
     return out.raw("</ul>\n").add(section_end());
 }

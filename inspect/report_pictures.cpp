@@ -164,11 +164,20 @@ std::string marks_text(const ReportData& data)
 {
     if (data.marks.empty())
         return "Times go on evenly, and no bytes are lost.";
-    std::string text = "Marked: " + std::to_string(count(data.marks, ReportMark::JUMP)) +
-                       " jumps of the time forward by more than a second, " +
-                       std::to_string(count(data.marks, ReportMark::RESET)) + " resets back, " +
-                       std::to_string(count(data.marks, ReportMark::LOST)) +
-                       " ranges of bytes that belong to no tag.";
+    constexpr struct {
+        ReportMark::Kind kind;
+        const char* meaning;
+    } kinds[] = {{ReportMark::JUMP, "forward by more than a second: "},
+                 {ReportMark::RESET, "back by more than a second: "},
+                 {ReportMark::LOST, "ranges of bytes that belong to no tag: "}};
+    std::string text = "Marked are";
+    for (const auto& row : kinds) {
+        if (const size_t marks = count(data.marks, row.kind))
+            text += std::string(text.back() == 'e' ? " " : ", ") +
+                    (row.kind == ReportMark::LOST ? "" : "times that go ") + row.meaning +
+                    std::to_string(marks);
+    }
+    text += ".";
     if (data.more_marks > 0)
         text += " " + grouped(data.more_marks) + " more are not shown.";
     return text;
@@ -206,7 +215,7 @@ Markup picture_of_rate(const ReportData& data)
     double most = 1000;
     for (size_t i = 0; i < series.size(); ++i) {
         for (size_t stream = 0; stream < 2; ++stream) {
-            if (times[stream].any())
+            if (times[stream].any() && (i == 0 || i + 1 < series.size()))
                 most = std::max(most, rate_in(series, i, stream, times[stream]));
         }
     }
@@ -222,7 +231,7 @@ Markup picture_of_rate(const ReportData& data)
         for (size_t i = 0; i < series.size(); ++i) {
             const int64_t from = std::max(series.start(i), times[stream].min);
             const int64_t to = std::min(series.start(i + 1), times[stream].max);
-            if (from >= to)
+            if (from >= to || (begun && to - from < series.width() / 2)) // too little for a rate
                 continue;
             const double rate = rate_in(series, i, stream, times[stream]);
             if (begun)

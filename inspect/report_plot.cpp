@@ -9,6 +9,8 @@ namespace zoflv_inspect {
 
 namespace {
 
+constexpr int FEW_TICKS = 4, MANY_TICKS = 9; // at most, and one
+
 /// Steps between ticks that a reader of clocks expects, ms.
 constexpr double clock_steps[] = {1e3,    2e3,    5e3,     10e3,    15e3,    30e3,
                                   60e3,   120e3,  300e3,   600e3,   900e3,   1800e3,
@@ -188,28 +190,25 @@ void Plot::band(std::string_view style, double from, double to)
 
 void Plot::grid_across(Markup* lines, Markup* texts) const
 {
-    each_tick(m_y, 4, [&](double value, double step) {
+    each_tick(m_y, FEW_TICKS, [&](double value, double step) {
         const double y = down(value);
         lines->raw("<line class=\"grid\" x1=\"0\" x2=\"100%\" y1=\"").number(y);
         lines->raw("\" y2=\"").number(y).raw("\"/>\n");
-        texts->raw("<text class=\"tick\" x=\"0\" y=\"").number(y - 4).raw("\">");
+        texts->raw("<text class=\"tick end\" x=\"-8\" y=\"").number(y + 4).raw("\">");
         texts->text(tick_text(m_y, value, step)).raw("</text>\n");
     });
 }
 
-void Plot::grid_down(Markup* lines, Markup* texts) const
+void Plot::grid_down(Markup* lines, Markup* texts, int most) const
 {
-    each_tick(m_x, 4, [&](double value, double step) {
+    each_tick(m_x, most, [&](double value, double step) {
         const double x = across(value);
         lines->raw("<line class=\"grid\" y1=\"").number(TOP).raw("\" y2=\"").number(BOTTOM + 4);
         lines->raw("\" x1=\"").number(x).raw("%\" x2=\"").number(x).raw("%\"/>\n");
         if (x > 92) // its text would meet the end of the picture
             return;
-        texts->raw("<text class=\"tick");
-        if (x >= 8)
-            texts->raw(" middle");
-        texts->raw("\" y=\"").number(BOTTOM + 20).raw("\" x=\"").number(x).raw("%\">");
-        texts->text(tick_text(m_x, value, step)).raw("</text>\n");
+        texts->raw("<text class=\"tick middle\" y=\"").number(BOTTOM + 20).raw("\" x=\"");
+        texts->number(x).raw("%\">").text(tick_text(m_x, value, step)).raw("</text>\n");
     });
 }
 
@@ -218,7 +217,15 @@ Markup Plot::svg() const
     Markup texts;
     Markup out = m_head;
     grid_across(&out, &texts);
-    grid_down(&out, &texts);
+    // Ticks across twice: the style sheet shows those for which the page is wide enough.
+    out.raw("<g class=\"many\">");
+    texts.raw("<g class=\"many\">");
+    grid_down(&out, &texts, MANY_TICKS);
+    out.raw("</g><g class=\"few\">");
+    texts.raw("</g><g class=\"few\">");
+    grid_down(&out, &texts, FEW_TICKS);
+    out.raw("</g>\n");
+    texts.raw("</g>\n");
     out.raw("<svg class=\"data\" width=\"100%\" height=\"240\" viewBox=\"0 0 1000 240\" "
             "preserveAspectRatio=\"none\">\n")
         .add(m_stretched)

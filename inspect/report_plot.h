@@ -62,7 +62,7 @@ private:
 
     void point(double x, double y);
     void grid_across(Markup* lines, Markup* texts) const;
-    void grid_down(Markup* lines, Markup* texts) const;
+    void grid_down(Markup* lines, Markup* texts, int most) const;
 
     Markup m_head;
     const Axis m_x, m_y;

@@ -32,12 +32,13 @@ section{margin:1rem 0;padding:1rem;background:var(--card);border:1px solid var(-
 .findings li:first-child{border-top:0;padding-top:0}
 .legend li{display:flex;align-items:center;gap:.4rem;color:var(--soft);font-size:.9rem}
 .legend svg{flex:none}
-figure{margin:.4rem 0}
+figure{margin:.4rem 0;padding-left:4.6rem}
 figcaption{color:var(--soft);font-size:.9rem}
 .scroll{overflow-x:auto}
 table{border-collapse:collapse;font-variant-numeric:tabular-nums}
 caption{text-align:left;color:var(--soft);padding-bottom:.3rem}
-th,td{text-align:left;vertical-align:top;padding:.25rem .9rem .25rem 0;border-bottom:1px solid var(--line);overflow-wrap:anywhere;min-width:4.5rem}
+th,td{text-align:left;vertical-align:top;padding:.25rem .9rem .25rem 0;border-bottom:1px solid var(--line);overflow-wrap:break-word}
+td{max-width:34rem}
 .n{text-align:right;white-space:nowrap}
 details{margin-top:.6rem}
 summary{cursor:pointer;color:var(--link)}
@@ -46,6 +47,8 @@ summary+*{margin-top:.5rem}
 .plot .grid{stroke:var(--line)}
 .tick{font-size:12px;fill:var(--soft);stroke:var(--card);stroke-width:4px;stroke-linejoin:round;paint-order:stroke}
 .middle{text-anchor:middle}
+.end{text-anchor:end}
+.few{display:none}
 svg path,svg line{vector-effect:non-scaling-stroke;fill:none;stroke-width:2}
 svg .grid{stroke-width:1}
 svg .video{stroke:var(--video)}
@@ -59,7 +62,7 @@ svg .ideal{stroke:var(--soft);stroke-width:1;stroke-dasharray:4 4}
 svg .miss{stroke:var(--lost);stroke-width:2.5}
 svg .video.dot{fill:var(--video)}
 svg .audio.dot{fill:var(--audio)}
-@media (max-width:40rem){body{padding:.6rem}section{padding:.7rem}.index td,.index th{min-width:6rem}}
+@media (max-width:48rem){.many{display:none}.few{display:inline}body{padding:.6rem}section{padding:.7rem}}
 @media print{:root{--back:#fff;--text:#000;--soft:#444;--card:#fff;--line:#bbb;--link:#000;--video:#0072b2;--audio:#c04a00;--mark:#8a2a7b;
 --lost:#b3261e;--good:#116329;--fair:#7a4b00;--bad:#a40e26}nav,details{display:none}section,figure,.findings li{break-inside:avoid}
 body{max-width:none;padding:0;print-color-adjust:exact}}

@@ -3,6 +3,7 @@
 
 #include "inspect/printable.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -97,6 +98,25 @@ std::string bytes_text(double bytes)
 std::string rate_text(double bits_per_second)
 {
     return three_digits(bits_per_second, {" bit/s", " kbit/s", " Mbit/s", " Gbit/s"});
+}
+
+Markup& Markup::prose(std::string text)
+{
+    if (!text.empty() && text[0] >= 'a' && text[0] <= 'z')
+        text[0] = static_cast<char>(text[0] - 'a' + 'A');
+    bool code = false;
+    for (size_t at = 0; at < text.size();) {
+        const size_t end = std::min(text.find('`', at), text.size());
+        this->text(text.substr(at, end - at));
+        if (end < text.size() && (code || text.find('`', end + 1) != std::string::npos)) {
+            m_text += code ? "</code>" : "<code>";
+            code = !code;
+        } else if (end < text.size()) {
+            m_text += '`';
+        }
+        at = end + 1;
+    }
+    return *this;
 }
 
 Markup& Markup::number(double value)

@@ -36,6 +36,8 @@ public:
         m_text += escaped(text);
         return *this;
     }
+    /// Text as a sentence: it begins with a capital letter, and what is in backquotes is code.
+    Markup& prose(std::string text);
     Markup& add(const Markup& other)
     {
         m_text += other.m_text;
