@@ -58,7 +58,7 @@ Markup head_of(const ReportData& data)
     out.raw("<header><h1>").text(data.name).raw("</h1>\n<p class=\"verdict\">");
     out.add(status_badge(name_of(verdict.status)))
         .raw(" ")
-        .text(cause_of(verdict))
+        .prose(cause_of(verdict))
         .raw("</p>\n<p>");
     std::string facts = grouped(static_cast<uint64_t>(verdict.size)) + " bytes";
     if (data.scan.has_frames())
