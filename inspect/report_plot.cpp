@@ -205,7 +205,7 @@ void Plot::grid_down(Markup* lines, Markup* texts, int most) const
         const double x = across(value);
         lines->raw("<line class=\"grid\" y1=\"").number(TOP).raw("\" y2=\"").number(BOTTOM + 4);
         lines->raw("\" x1=\"").number(x).raw("%\" x2=\"").number(x).raw("%\"/>\n");
-        if (x > 92) // its text would meet the end of the picture
+        if (x > 90) // its text would meet the end of the picture
             return;
         texts->raw("<text class=\"tick middle\" y=\"").number(BOTTOM + 20).raw("\" x=\"");
         texts->number(x).raw("%\">").text(tick_text(m_x, value, step)).raw("</text>\n");
