@@ -8,7 +8,7 @@
 # shellcheck disable=SC2034 # used by the scripts that read this file
 build_packages="g++ cmake ninja-build libcli11-dev nlohmann-json3-dev zlib1g-dev"
 # shellcheck disable=SC2034
-test_packages="libgtest-dev mandoc python3 python3-jsonschema"
+test_packages="libgtest-dev mandoc python3 python3-jsonschema jq parallel sqlite3"
 # Besides the compiler for tests on another machine.
 # shellcheck disable=SC2034
 machine_packages="googletest qemu-user"

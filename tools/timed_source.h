@@ -13,11 +13,8 @@
 /// begun is waited for, however long it takes.
 class TimedSource : public zoflv_host::DataSource {
 public:
-    using Clock = std::chrono::steady_clock;
-
-    TimedSource(std::unique_ptr<zoflv_host::DataSource> source, Clock::duration limit)
-        : m_source(std::move(source)), m_deadline(Clock::now() + limit)
-    {}
+    /// The time limit is exact to some milliseconds.
+    TimedSource(std::unique_ptr<zoflv_host::DataSource> source, std::chrono::seconds limit);
 
     /// Whether a read came too late: results made from the source are not of the whole file.
     bool expired() const { return m_refused.load(std::memory_order_relaxed) > 0; }
@@ -30,6 +27,6 @@ protected:
 
 private:
     const std::unique_ptr<zoflv_host::DataSource> m_source;
-    const Clock::time_point m_deadline;
+    const std::chrono::nanoseconds m_deadline;
     std::atomic<uint64_t> m_refused{0}; ///< reads that came too late
 };
