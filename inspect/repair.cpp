@@ -296,8 +296,8 @@ void lay_out(ByteSource& source, const RepairMetadata& metadata, RepairPlan* pla
         Layout layout((plan->flags & FLAG_VIDEO) != 0, metadata.most_entries());
         const TagRun run = run_repaired_tags(
             source, *plan, [&](const OutTag& tag) { layout.see(tag); }, options);
-        if (!run.in_range) {
-            plan->error = RepairError::OUT_OF_RANGE;
+        if (!run.complete || !run.in_range) {
+            plan->error = run.complete ? RepairError::OUT_OF_RANGE : RepairError::READ_FAILED;
             return;
         }
         if (run.late.empty() || plan->one_order) {
@@ -456,11 +456,11 @@ RepairError write_repair(ByteSource& source, const RepairPlan& plan, const ByteS
         }
         out.u(TAG_HEADER_SIZE + tag.size, 4);
     };
-    run_repaired_tags(part, plan, write_tag, options);
+    const TagRun run = run_repaired_tags(part, plan, write_tag, options);
     out.flush();
     if (out.failed())
         return RepairError::WRITE_FAILED;
-    if (changed || hash.value() != plan.fingerprint || out.written() != plan.total)
+    if (!run.complete || changed || hash.value() != plan.fingerprint || out.written() != plan.total)
         return RepairError::CHANGED;
     return RepairError::NONE;
 }

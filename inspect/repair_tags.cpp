@@ -130,7 +130,10 @@ TagRun run_repaired_tags(ByteSource& source, const RepairPlan& plan, const Repai
     TagWalker walker(source);
     TagStream stream(plan, sink);
     uint64_t early_ends = 0;
+    bool complete = false;
     while (const Item* item = walker.next()) {
+        if (item->kind == ItemKind::END)
+            complete = item->end.kind != EndKind::READ_FAILED && item->end.offset == plan.end;
         if (item->kind != ItemKind::TAG)
             continue;
         const Tag& tag = item->tag;
@@ -147,6 +150,7 @@ TagRun run_repaired_tags(ByteSource& source, const RepairPlan& plan, const Repai
     }
     TagRun run = stream.finish();
     run.early_ends = early_ends;
+    run.complete = complete;
     return run;
 }
 
