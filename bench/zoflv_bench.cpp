@@ -287,7 +287,7 @@ void bare_seeks(benchmark::State& state)
         }
         uint8_t bytes[16];
         const int64_t pos = number % file.size;
-        for (const size_t size : {16, 11, 5})
+        for (const size_t size : {size_t{16}, size_t{11}, size_t{5}})
             benchmark::DoNotOptimize(source.copy(pos, bytes, size));
     }
 }

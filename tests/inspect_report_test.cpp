@@ -73,7 +73,7 @@ TEST(InspectReport, BinsKeepEverythingInFewOfThem)
 TEST(InspectReport, MarksAndTheHiddenIndex)
 {
     FlvBuilder file = FlvBuilder().header();
-    for (const uint32_t ms : {0, 500, 5000, 100})
+    for (const uint32_t ms : {0U, 500U, 5000U, 100U})
         file.tag(8, ms, mp3_tag(fill(40)));
     const ReportData data = data_of(file.bytes(), "a.flv");
     ASSERT_EQ(data.marks.size(), 2u);

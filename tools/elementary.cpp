@@ -68,7 +68,7 @@ public:
     AdtsWriter(const std::string& target, bool force, const std::vector<uint8_t>& config)
         : m_file(target, force)
     {
-        const unsigned bits = config[0] << 8U | config[1];
+        const unsigned bits = unsigned{config[0]} << 8U | config[1];
         m_profile = (bits >> 11U) - 1; // the audio object type less one: 2 bits are for it
         m_rate = bits >> 7U & 0x0F;
         m_channels = bits >> 3U & 0x0F;
