@@ -5,6 +5,10 @@
 #include "inspect/report_pictures.h"
 #include "inspect/report_style.h"
 #include "inspect/report_writer.h"
+#include "inspect/words.h"
+
+#include <algorithm>
+#include <array>
 
 namespace zoflv_inspect {
 
@@ -60,7 +64,7 @@ Markup head_of(const ReportData& data)
         .raw(" ")
         .prose(cause_of(verdict))
         .raw("</p>\n<p>");
-    std::string facts = grouped(static_cast<uint64_t>(verdict.size)) + " bytes";
+    std::string facts = grouped(verdict.size) + " bytes";
     if (data.scan.has_frames())
         facts += ", " + clock_text(static_cast<double>(data.scan.duration_ms()), 3) + " of media";
     if (data.scan.claims.duration)
@@ -108,41 +112,53 @@ std::string plays_text(const TrackReport& track)
     return "no";
 }
 
+/// The rows of the table of tracks: what each says of a stream.
+constexpr std::array TRACK_ROWS = {"codec", "format published", "plays", "frames",
+                                   "bytes", "seeks right"};
+
+std::array<std::string, TRACK_ROWS.size()> track_column(const TrackReport& track,
+                                                        const StreamScan& stream)
+{
+    const SeekTest* const seeks = track.seeks_in(SeekMode::PREVIOUS);
+    const auto number = [](uint64_t count) { return grouped(static_cast<int64_t>(count)); };
+    return {codec_of(stream, track.kind == Kind::VIDEO),
+            format_of(track),
+            plays_text(track),
+            number(track.frames.delivered) + " of " + number(track.frames.expected),
+            number(stream.frame_bytes),
+            seeks ? number(seeks->hits()) + " of " + number(seeks->landings.size()) : "not tried"};
+}
+
+/// A column for each stream: there are two at most, and a narrow page has room for them.
 Markup tracks_of(const ReportData& data)
 {
     Markup out = section_begin("tracks", "Tracks");
     const DeviceReport& device = data.verdict.device;
-    Table table(
-        "What the file has, and what the device gets of it",
-        {"stream", "codec", "format published", "plays", "#frames", "#bytes", "#seeks right"});
-    bool any = false;
+    std::vector<std::string_view> heads = {"stream"};
+    std::vector<std::array<std::string, TRACK_ROWS.size()>> columns;
     for (const TrackReport* track : {&device.video, &device.audio}) {
         if (track->index < 0 && track->tags == 0)
             continue;
-        any = true;
         const bool video = track->kind == Kind::VIDEO;
-        const StreamScan& stream = video ? data.scan.video : data.scan.audio;
-        const SeekTest* const seeks = track->seeks_in(SeekMode::PREVIOUS);
-        table.cell(video ? "video" : "audio").cell(codec_of(stream, video)).cell(format_of(*track));
-        table.cell(plays_text(*track));
-        table.cell(grouped(track->frames.delivered) + " of " + grouped(track->frames.expected));
-        table.cell(grouped(stream.frame_bytes));
-        table.cell(seeks ? std::to_string(seeks->hits()) + " of " +
-                               std::to_string(seeks->landings.size())
-                         : "not tried");
+        heads.emplace_back(video ? "video" : "audio");
+        columns.push_back(track_column(*track, video ? data.scan.video : data.scan.audio));
     }
-    if (any)
-        out.add(table.end());
-    else
-        out.raw("<p>There is neither audio nor video.</p>\n");
-    return out.add(section_end());
+    if (columns.empty())
+        return out.raw("<p>There is neither audio nor video.</p>\n").add(section_end());
+    Table table("What the file has, and what the device gets of it", heads);
+    for (size_t row = 0; row < TRACK_ROWS.size(); ++row) {
+        table.cell(TRACK_ROWS[row]);
+        for (const auto& column : columns)
+            table.cell(column[row]);
+    }
+    return out.add(table.end()).add(section_end());
 }
 
 std::string place_of(const Finding& finding)
 {
     std::string text;
     if (finding.offset != NO_OFFSET)
-        text = "First at byte " + grouped(static_cast<uint64_t>(finding.offset));
+        text = "First at byte " + grouped(finding.offset);
     if (finding.time_us != NO_TIME)
         text += (text.empty() ? "First at " : ", ") +
                 clock_text(static_cast<double>(finding.time_us) / 1000, 3);
@@ -178,10 +194,42 @@ Markup metadata_of(const ReportData& data)
     Table table("What the file says of itself", {"property", "value"});
     for (const ReportProperty& property : data.properties)
         table.cell(property.name).cell(property.value);
-    out.raw("<details><summary>What the file says of itself</summary>\n").add(table.end());
+    out.add(table.end());
     if (data.more_properties > 0)
-        out.raw("<p>").text(grouped(data.more_properties) + " more are left out.").raw("</p>\n");
-    return out.raw("</details>\n").add(section_end());
+        out.raw("<p>")
+            .text(grouped(static_cast<int64_t>(data.more_properties)) + " more are left out.")
+            .raw("</p>\n");
+    return out.add(section_end());
+}
+
+std::string index_summary(const std::vector<ReportRow>& rows)
+{
+    std::string text = counted(rows.size(), "file");
+    const char* separator = ": ";
+    for (const char* const status : {"sound", "partial", "refused", "failed"}) {
+        const auto count = std::count_if(
+            rows.begin(), rows.end(), [&](const ReportRow& row) { return row.status == status; });
+        if (count == 0)
+            continue;
+        text += separator + grouped(count) + ' ' + status;
+        separator = ", ";
+    }
+    return text + ".";
+}
+
+Markup index_row(const ReportRow& row)
+{
+    Markup out;
+    out.raw("<tr><th scope=\"row\">");
+    if (row.page.empty())
+        out.text(row.file);
+    else
+        out.raw("<a href=\"").text(row.page).raw("\">").text(row.file).raw("</a>");
+    out.raw("</th><td>").add(status_badge(row.status)).raw("</td><td>").text(row.text);
+    out.raw("</td><td class=\"n\">");
+    if (row.size)
+        out.text(grouped(*row.size));
+    return out.raw("</td></tr>\n");
 }
 
 } // namespace
@@ -202,35 +250,18 @@ ReportRow row_of(const ReportData& data, const std::string& page)
             data.verdict.size};
 }
 
-std::string index_begin()
+std::string index_page(const std::vector<ReportRow>& rows)
 {
     Markup out = page_begin("Reports on FLV files");
-    return out
-        .raw("<header><h1>Reports on FLV files</h1></header>\n<main>"
-             "<div class=\"scroll\" tabindex=\"0\" role=\"region\" aria-label=\"Files\">"
-             "<table class=\"index\"><caption>A row for each file, its page linked</caption>\n"
-             "<thead><tr><th scope=\"col\">file</th><th scope=\"col\">verdict</th>"
-             "<th scope=\"col\">cause</th><th scope=\"col\" "
-             "class=\"n\">bytes</th></tr></thead>\n<tbody>\n")
-        .str();
-}
-
-std::string index_row(const ReportRow& row)
-{
-    Markup out;
-    out.raw("<tr><th scope=\"row\">");
-    if (row.page.empty())
-        out.text(row.file);
-    else
-        out.raw("<a href=\"").text(row.page).raw("\">").text(row.file).raw("</a>");
-    out.raw("</th><td>").add(status_badge(row.status)).raw("</td><td>").text(row.text);
-    out.raw("</td><td class=\"n\">").text(grouped(static_cast<uint64_t>(row.size)));
-    return out.raw("</td></tr>\n").str();
-}
-
-std::string index_end()
-{
-    return "</tbody></table></div></main>\n</body></html>\n";
+    out.raw("<header><h1>Reports on FLV files</h1>\n<p>").text(index_summary(rows));
+    out.raw("</p></header>\n<main><table class=\"index\">"
+            "<caption>A row for each file, its page linked</caption>\n"
+            "<thead><tr><th scope=\"col\">file</th><th scope=\"col\">verdict</th>"
+            "<th scope=\"col\">cause</th><th scope=\"col\" "
+            "class=\"n\">bytes</th></tr></thead>\n<tbody>\n");
+    for (const ReportRow& row : rows)
+        out.add(index_row(row));
+    return out.raw("</tbody></table></main>\n</body></html>\n").str();
 }
 
 } // namespace zoflv_inspect

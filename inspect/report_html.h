@@ -7,7 +7,9 @@
 #include "inspect/report_data.h"
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace zoflv_inspect {
 
@@ -20,13 +22,11 @@ struct ReportRow {
     std::string page;   ///< a relative link; empty: there is none
     std::string status; ///< "sound" and the like, "failed" where the file could not be read
     std::string text;   ///< verdict and cause, or why it failed
-    int64_t size = 0;   ///< bytes
+    std::optional<int64_t> size; ///< bytes; nothing: not known
 };
 ReportRow row_of(const ReportData& data, const std::string& page);
 
-// An index page is its beginning, a text for each row, and its end.
-std::string index_begin();
-std::string index_row(const ReportRow& row);
-std::string index_end();
+/// A page with a row for each file and how many there are of each status.
+std::string index_page(const std::vector<ReportRow>& rows);
 
 } // namespace zoflv_inspect

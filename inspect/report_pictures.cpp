@@ -2,6 +2,7 @@
 #include "inspect/report_pictures.h"
 
 #include "inspect/report_plot.h"
+#include "inspect/words.h"
 
 #include <algorithm>
 
@@ -22,6 +23,12 @@ double real(int64_t number)
     return static_cast<double>(number);
 }
 
+/// Two cells: the smallest time and the largest.
+void add_times(Table* table, const Extent& ms)
+{
+    table->cell(ms.any() ? time_text(ms.min) : "none").cell(ms.any() ? time_text(ms.max) : "none");
+}
+
 Markup nothing(std::string_view id, std::string_view heading, std::string_view why)
 {
     Markup out = section_begin(id, heading);
@@ -35,7 +42,8 @@ Markup picture(std::string_view id, std::string_view heading, std::string_view t
     Markup out = section_begin(id, heading);
     out.raw("<p>").text(text).raw("</p>\n").add(legend.end());
     out.raw("<figure>").add(plot.svg()).raw("</figure>\n");
-    out.raw("<details><summary>The same as a table</summary>\n").add(table).raw("</details>\n");
+    out.raw("<details><summary>").text(heading).raw(" as a table</summary>\n");
+    out.add(table).raw("</details>\n");
     out.add(section_end());
     return out;
 }
@@ -97,10 +105,9 @@ Markup table_of_times(const ReportData& data)
     Table table("Decoding times by place in the file",
                 {"#from byte", "#video first", "#video last", "#audio first", "#audio last"});
     for (size_t i = 0; i < series.size(); ++i) {
-        table.cell(grouped(static_cast<uint64_t>(series.start(i))));
+        table.cell(grouped(series.start(i)));
         for (const Extent& dts : series[i].dts)
-            table.cell(dts.any() ? time_text(dts.min) : "none")
-                .cell(dts.any() ? time_text(dts.max) : "none");
+            add_times(&table, dts);
     }
     Markup out = table.end();
     if (data.marks.empty())
@@ -109,7 +116,7 @@ Markup table_of_times(const ReportData& data)
     for (const ReportMark& mark : data.marks) {
         const bool lost = mark.kind == ReportMark::LOST;
         marks.cell(lost ? "lost range" : mark.kind == ReportMark::JUMP ? "jump" : "reset");
-        marks.cell(stream_name(mark.stream)).cell(grouped(static_cast<uint64_t>(mark.offset)));
+        marks.cell(stream_name(mark.stream)).cell(grouped(mark.offset));
         marks.cell(lost ? bytes_text(real(mark.size))
                         : "by " + time_text(mark.by_ms) + " to " + time_text(mark.dts_ms));
     }
@@ -179,7 +186,7 @@ std::string marks_text(const ReportData& data)
     }
     text += ".";
     if (data.more_marks > 0)
-        text += " " + grouped(data.more_marks) + " more are not shown.";
+        text += " " + grouped(static_cast<int64_t>(data.more_marks)) + " more are not shown.";
     return text;
 }
 
@@ -306,10 +313,8 @@ Markup picture_of_distance(const ReportData& data)
     Table table("Audio time less video time by place in the file",
                 {"#from byte", "#smallest", "#largest"});
     for (size_t i = 0; i < coarse.size(); ++i) {
-        const Extent& apart = coarse[i].apart;
-        table.cell(grouped(static_cast<uint64_t>(coarse.start(i))));
-        table.cell(apart.any() ? time_text(apart.min) : "none")
-            .cell(apart.any() ? time_text(apart.max) : "none");
+        table.cell(grouped(coarse.start(i)));
+        add_times(&table, coarse[i].apart);
     }
     return picture("distance", heading, text, Legend().line("audio", "audio less video"), plot,
                    table.end());
@@ -328,9 +333,12 @@ Markup picture_of_spacing(const ReportData& data)
                            ? "There is no keyframe."
                            : "There is a single keyframe: seeks can land only there.");
     const KeyframeScan& keys = data.scan.video.keyframes;
-    const std::string text = grouped(keys.count) + " keyframes, " + time_text(all.min) + " to " +
-                             time_text(all.max) + " apart, " + clock_text(keys.average_ms(), 3) +
-                             " on average. A seek lands on one.";
+    const std::string apart = all.min == all.max
+                                  ? time_text(all.min) + " apart"
+                                  : time_text(all.min) + " to " + time_text(all.max) + " apart, " +
+                                        clock_text(keys.average_ms(), 3) + " on average";
+    const std::string text =
+        counted(keys.count, "keyframe") + ", " + apart + ". A seek lands on one.";
     const Axis x{real(data.scan.video.min_dts_ms),
                  std::max(real(data.scan.video.max_dts_ms), real(data.scan.video.min_dts_ms) + 1),
                  Unit::TIME};
@@ -349,10 +357,8 @@ Markup picture_of_spacing(const ReportData& data)
     const auto coarse = series.coarse(MOST_ROWS);
     Table table("Distance of keyframes over decoding time", {"#from", "#shortest", "#longest"});
     for (size_t i = 0; i < coarse.size(); ++i) {
-        const Extent& ms = coarse[i].ms;
         table.cell(time_text(coarse.start(i)));
-        table.cell(ms.any() ? time_text(ms.min) : "none")
-            .cell(ms.any() ? time_text(ms.max) : "none");
+        add_times(&table, coarse[i].ms);
     }
     return picture(
         "spacing", heading, text,

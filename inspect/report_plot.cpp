@@ -9,7 +9,8 @@ namespace zoflv_inspect {
 
 namespace {
 
-constexpr int FEW_TICKS = 4, MANY_TICKS = 9; // at most, and one
+// At most, and one.
+constexpr int TICKS_UP = 5, FEW_TICKS = 4, MANY_TICKS = 9;
 
 /// Steps between ticks that a reader of clocks expects, ms.
 constexpr double clock_steps[] = {1e3,    2e3,    5e3,     10e3,    15e3,    30e3,
@@ -107,15 +108,11 @@ Plot::Plot(std::string_view id, std::string_view title, std::string_view descrip
 {
     m_head.raw("<svg class=\"plot\" role=\"img\" width=\"100%\" height=\"240\" aria-labelledby=\"")
         .text(id)
-        .raw("-t ")
-        .text(id)
-        .raw("-d\"><title id=\"")
+        .raw("-t\"><title id=\"")
         .text(id)
         .raw("-t\">")
         .text(title)
-        .raw("</title><desc id=\"")
-        .text(id)
-        .raw("-d\">")
+        .raw("</title><desc>")
         .text(description)
         .raw("</desc>\n");
 }
@@ -190,7 +187,7 @@ void Plot::band(std::string_view style, double from, double to)
 
 void Plot::grid_across(Markup* lines, Markup* texts) const
 {
-    each_tick(m_y, FEW_TICKS, [&](double value, double step) {
+    each_tick(m_y, TICKS_UP, [&](double value, double step) {
         const double y = down(value);
         lines->raw("<line class=\"grid\" x1=\"0\" x2=\"100%\" y1=\"").number(y);
         lines->raw("\" y2=\"").number(y).raw("\"/>\n");

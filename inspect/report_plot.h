@@ -37,7 +37,7 @@ enum class Marker : uint8_t { DOT, RING, DIAMOND, CROSS };
 /// page. Classes are names of the page's style sheet.
 class Plot {
 public:
-    static constexpr double HEIGHT = 240, TOP = 22, BOTTOM = 212; ///< pixels; of the plotted area
+    static constexpr double HEIGHT = 240, TOP = 12, BOTTOM = 212; ///< pixels; of the plotted area
 
     /// @param id  of the picture in the page
     Plot(std::string_view id, std::string_view title, std::string_view description, Axis x, Axis y);

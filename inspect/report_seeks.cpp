@@ -114,10 +114,11 @@ Markup picture_of_seeks(const ReportData& data)
     styles.push_back({test, compared ? "with the index" : "without an index",
                       compared ? "video" : "audio", compared ? Marker::DOT : Marker::DIAMOND});
     if (compared)
-        styles.push_back({&*data.seeks_without_index, "index hidden", "audio", Marker::DIAMOND});
+        styles.push_back(
+            {&*data.seeks_without_index, "with the index hidden", "audio", Marker::DIAMOND});
     std::string text =
         std::string("Seeks to the ") + (track->kind == Kind::VIDEO ? "keyframe" : "frame") +
-        " at or before a time: on the line, a landing is where it was asked for. Right are ";
+        " at or before a time: on the line, a landing is where it was asked for. Right: ";
     for (const Style& style : styles)
         text += hits_text(*style.test) + ' ' + style.name + (&style == &styles.back() ? "." : ", ");
     const Axis axis = axis_of(styles);
@@ -137,7 +138,7 @@ Markup picture_of_seeks(const ReportData& data)
         .add(plot.svg())
         .raw("<figcaption>Across: the time asked for. Up: the time landed on."
              "</figcaption></figure>\n");
-    out.raw("<details><summary>The same as a table, and other kinds of seeks</summary>\n");
+    out.raw("<details><summary>Where seeks land as a table, and other kinds of seeks</summary>\n");
     return out.add(table_of(styles, data)).raw("</details>\n").add(section_end());
 }
 

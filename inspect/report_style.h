@@ -30,15 +30,18 @@ nav a{display:inline-block;padding:.15rem 0}
 section{margin:1rem 0;padding:1rem;background:var(--card);border:1px solid var(--line);border-radius:.5rem}
 .findings li{padding:.6rem 0;border-top:1px solid var(--line)}
 .findings li:first-child{border-top:0;padding-top:0}
+.findings li:last-child{padding-bottom:0}
 .legend li{display:flex;align-items:center;gap:.4rem;color:var(--soft);font-size:.9rem}
 .legend svg{flex:none}
-figure{margin:.4rem 0;padding-left:4.6rem}
+figure{margin:.4rem 0;padding-left:74px}
 figcaption{color:var(--soft);font-size:.9rem}
 .scroll{overflow-x:auto}
 table{border-collapse:collapse;font-variant-numeric:tabular-nums}
 caption{text-align:left;color:var(--soft);padding-bottom:.3rem}
 th,td{text-align:left;vertical-align:top;padding:.25rem .9rem .25rem 0;border-bottom:1px solid var(--line);overflow-wrap:break-word}
 td{max-width:34rem}
+tbody th{font-weight:normal}
+#tracks td,.index th{overflow-wrap:anywhere}
 .n{text-align:right;white-space:nowrap}
 details{margin-top:.6rem}
 summary{cursor:pointer;color:var(--link)}
@@ -56,15 +59,19 @@ svg .audio{stroke:var(--audio)}
 svg .wide{stroke-width:6;stroke-opacity:.55}
 svg .jump{stroke:var(--mark);stroke-dasharray:2 4}
 svg .reset{stroke:var(--mark);stroke-dasharray:9 4}
-svg .lost{fill:var(--lost);fill-opacity:.45}
-svg .lost-line{stroke:var(--lost);stroke-opacity:.55;stroke-width:12}
+svg .lost{fill:var(--lost);fill-opacity:.4;stroke:var(--lost);stroke-width:1}
+svg .lost-line{stroke:var(--lost);stroke-opacity:.4;stroke-width:12}
 svg .ideal{stroke:var(--soft);stroke-width:1;stroke-dasharray:4 4}
 svg .miss{stroke:var(--lost);stroke-width:2.5}
 svg .video.dot{fill:var(--video)}
 svg .audio.dot{fill:var(--audio)}
 @media (max-width:48rem){.many{display:none}.few{display:inline}body{padding:.6rem}section{padding:.7rem}}
-@media print{:root{--back:#fff;--text:#000;--soft:#444;--card:#fff;--line:#bbb;--link:#000;--video:#0072b2;--audio:#c04a00;--mark:#8a2a7b;
---lost:#b3261e;--good:#116329;--fair:#7a4b00;--bad:#a40e26}nav,details{display:none}section,figure,.findings li{break-inside:avoid}
+@media (max-width:40rem){#tracks table{font-size:.9rem}.index,.index caption,.index tbody,.index tr,.index th{display:block}.index thead{position:absolute;clip-path:inset(50%)}
+.index tr{border-bottom:1px solid var(--line);padding:.5rem 0}.index th,.index td{border:0;padding:0}
+.index td{display:inline}.index .status{margin-right:.4rem}.index td.n{display:block;text-align:left;color:var(--soft)}.index td.n:not(:empty)::after{content:" bytes"}}
+@media print{html{font-size:12px}:root{--back:#fff;--text:#000;--soft:#444;--card:#fff;--line:#ddd;--link:#000;--video:#0072b2;--audio:#c04a00;
+--mark:#8a2a7b;--lost:#b3261e;--good:#116329;--fair:#7a4b00;--bad:#a40e26}nav,details{display:none}
+section{margin:.5rem 0;padding:.5rem .7rem}section,figure,.findings li{break-inside:avoid}#findings,#metadata{break-inside:auto}
 body{max-width:none;padding:0;print-color-adjust:exact}}
 )css";
 

@@ -60,14 +60,6 @@ std::string escaped(std::string_view text)
     return out;
 }
 
-std::string grouped(uint64_t number)
-{
-    std::string text = std::to_string(number);
-    for (size_t at = text.size(); at > 3; at -= 3)
-        text.insert(at - 3, ",");
-    return text;
-}
-
 std::string clock_text(double ms, int decimals)
 {
     const double unit = std::pow(10.0, decimals);
@@ -132,7 +124,7 @@ Markup& Markup::number(double value)
     return *this;
 }
 
-Table::Table(std::string_view caption, std::initializer_list<std::string_view> columns)
+Table::Table(std::string_view caption, const std::vector<std::string_view>& columns)
 {
     m_page.raw("<div class=\"scroll\" tabindex=\"0\" role=\"region\" aria-label=\"")
         .text(caption)
@@ -153,13 +145,18 @@ Table::Table(std::string_view caption, std::initializer_list<std::string_view> c
 
 Table& Table::cell(std::string_view text)
 {
-    if (m_column == 0)
-        m_page.raw("<tr>");
-    if (m_numbers[m_column] == '#')
-        m_page.raw("<td class=\"n\">");
+    const bool head = m_column == 0;
+    if (head)
+        m_page.raw("<tr><th scope=\"row\"");
     else
-        m_page.raw("<td>");
-    m_page.text(text).raw("</td>");
+        m_page.raw("<td");
+    if (m_numbers[m_column] == '#')
+        m_page.raw(" class=\"n\"");
+    m_page.raw(">").text(text);
+    if (head)
+        m_page.raw("</th>");
+    else
+        m_page.raw("</td>");
     if (++m_column == m_numbers.size()) {
         m_page.raw("</tr>\n");
         m_column = 0;

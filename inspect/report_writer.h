@@ -4,17 +4,15 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace zoflv_inspect {
 
 /// Text for a page or an attribute in quotes: without what printable() replaces, and escaped.
 std::string escaped(std::string_view text);
 
-/// "138,740"
-std::string grouped(uint64_t number);
 /// "12.3 s", "1:23.5", "1:01:23.5"; the digits after the point as asked for.
 std::string clock_text(double ms, int decimals);
 /// "1.4 GB", "320 kB", "17 bytes"
@@ -53,11 +51,11 @@ private:
     std::string m_text;
 };
 
-/// A table with a caption and a head; numbers are aligned right.
+/// A table with a caption and a head; the first cell of a row is its head, numbers are aligned right.
 class Table {
 public:
     /// @param columns  heads; of a column of numbers with a '#' in front
-    Table(std::string_view caption, std::initializer_list<std::string_view> columns);
+    Table(std::string_view caption, const std::vector<std::string_view>& columns);
 
     Table& cell(std::string_view text);
     Markup end();

@@ -84,11 +84,10 @@ private:
             throw SetupFailure(folder, "is no folder, and several pages need one");
         attempt(&m_worst, folder, [&] {
             OutputFile index((fs::path(folder) / "index.html").string(), m_options.force);
-            index.write(zi::index_begin());
-            for (size_t i = 0; i < m_options.files.size(); ++i)
-                index.write(zi::index_row(
-                    report(m_options.files[i], page_name(i + 1, m_options.files[i]))));
-            index.write(zi::index_end());
+            std::vector<zi::ReportRow> rows;
+            for (const std::string& file : m_options.files)
+                rows.push_back(report(file, page_name(rows.size() + 1, file)));
+            index.write(zi::index_page(rows));
             index.publish();
         });
         return m_worst;
@@ -97,7 +96,7 @@ private:
     /// Writes a file's page; the row of one that cannot be read says why.
     zi::ReportRow report(const std::string& file, const std::string& page)
     {
-        zi::ReportRow row{file, "", "failed", "", 0};
+        zi::ReportRow row{file, "", "failed", "", {}};
         attempt(&m_worst, file, [&] {
             try {
                 const zi::ReportData data = look_at(file);
