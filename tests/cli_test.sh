@@ -132,6 +132,24 @@ expect 2 extract --track 1 -o "$tmp/none/n" "$avc"; expect 2 extract --track 1 -
 [ "$(ls -A "$tmp/x" | tr '\n' ' ')" = "a r r.csv " ] || fail "left over: $(ls -A "$tmp/x")"
 expect 1 extract --track 1 --partial -o "$tmp/x/part" "$tmp/cut"; [ -s "$tmp/x/part" ] || fail "not kept"
 
+# A page is there whole or not at all; several files make a folder with an index, whatever becomes of one.
+mkdir "$tmp/r" && expect 0 report -o "$tmp/r/a.html" "$avc"; expect 0 report -o - "$avc"; holds '<svg class="plot"'
+cmp "$tmp/out" "$tmp/r/a.html" || fail "stdout has another page"
+expect 2 report -o "$tmp/r/a.html" "$tmp/cut"; told "exists already"; grep -q "class=.status sound" "$tmp/r/a.html" || fail "replaced"
+expect 0 report --force -o "$tmp/r/a.html" "$tmp/bad"; grep -q '<strong class="status refused">' "$tmp/r/a.html" || fail "not replaced"
+for wrong in "$avc" "-o $tmp/none/n $avc" "-o $tmp/r/n $tmp/none" "-o /dev/full $avc" "-o - $avc $tmp/cut" \
+    "-o $tmp/r/a.html $avc $tmp/cut" "-o $tmp/r/new/ $tmp/none --plugin $tmp/none" "--force -o $avc $avc"; do
+    expect 2 report $wrong
+done
+(ulimit -f 8; "$zoflv" report -o "$tmp/r/big" "$avc" 2>/dev/null) && fail "a full disk was not noticed"
+expect 2 report -o "$tmp/r/all" "$avc" "$tmp/none" "$tmp/cut"; told "none: cannot be opened"
+[ "$(ls -A "$tmp/r/all" | tr '\n' ' ')" = "0001-avc_aac_index.html 0003-cut.html index.html " ] || fail "other pages: $(ls -A "$tmp/r/all")"
+[ "$(sed -n 's/.*href="\([^"]*\)".*class="status \([a-z]*\)".*/\1 \2/p' "$tmp/r/all/index.html" | tr '\n' ' ')" = \
+    "0001-avc_aac_index.html sound 0003-cut.html partial " ] || fail "another index"
+grep -q '3 files: 1 sound, 1 partial, 1 failed' "$tmp/r/all/index.html" || fail "no summary"
+expect 2 report -o "$tmp/r/all" "$avc" "$tmp/cut"; told "index.html exists already"; expect 0 report --force -o "$tmp/r/all" "$avc" "$tmp/cut"
+[ "$(ls -A "$tmp/r" | tr '\n' ' ')" = "a.html all " ] || fail "left over: $(ls -A "$tmp/r")"
+
 # What to write instead, in one line.
 cp "$sample" "$tmp/-odd.flv"; cd "$tmp" || exit 1
 while read -r text usage; do
@@ -150,7 +168,7 @@ from_0_on_is_needed,_not_"-1" frames --track=-1 $sample
 no_file_named seek 1
 previous,_next seek $sample 1 --mode x
 EOF
-for c in info check frames seek extract; do
+for c in info check report repair frames seek extract tags; do
     expect 0 $c --help
     awk '/^Examples:/ {e = NR} /^Usage:/ {u = NR} /^Exit codes:/ {x = NR} END {exit !(e && e < u && u < x)}' "$tmp/out" || fail "not examples first"
 done
