@@ -300,6 +300,33 @@ TEST(SourceDeathTest, ChecksTheCalls)
     std::free(record);
 }
 
+TEST(Source, StopsAndGoesAfterItsExtractor)
+{
+    auto source = std::make_unique<MemoryDataSource>(seekable());
+    float confidence = 0;
+    const auto create =
+        library->definition().sniff(source->record(), &confidence, nullptr, nullptr);
+    android::CMediaExtractor* const extractor = create(source->record(), nullptr);
+    BufferGroup group;
+    std::array<android::CMediaTrack*, 2> tracks = {};
+    android::CMediaBuffer* sample = nullptr;
+    for (android::CMediaTrack*& track : tracks) {
+        track = extractor->getTrack(extractor->data, 0);
+        ASSERT_EQ(track->start(track->data, group.record()), AMEDIA_OK);
+    }
+    ASSERT_EQ(tracks[0]->read(tracks[0]->data, &sample, 0, 0), AMEDIA_OK);
+    extractor->free(extractor->data);
+    std::free(extractor);
+    source.reset();
+    EXPECT_EQ(tracks[0]->stop(tracks[0]->data), AMEDIA_OK); // the other one is freed while started
+    for (android::CMediaTrack* const track : tracks) {
+        track->free(track->data);
+        std::free(track);
+    }
+    EXPECT_GT(sample->range_length(sample->handle), 0u);
+    sample->release(sample->handle);
+}
+
 /// Starts, reads, seeks half of the time, stops; says what came.
 std::vector<int64_t> play(std::unique_ptr<Track> track, unsigned seed)
 {
