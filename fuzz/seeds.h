@@ -123,6 +123,8 @@ inline std::vector<Seed> seeds()
          cat({start, unlinked, unlinked, fill(30), unlinked, unlinked, unlinked})},
         {"inspect", "enhanced", enhanced.bytes()},
         {"inspect", "script", FlvBuilder().header().tag(18, 0, every_type).bytes()},
+        {"repair", "glued", cat({start, few, start, few})},
+        {"repair", "glued_damaged", cat({start, few, fill(40, 0x40), few, start, cut(few, 20)})},
         {"plugin", "indexed", indexed},
         {"plugin", "plain", plain},
         {"plugin", "mp3", mp3.bytes()},

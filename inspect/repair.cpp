@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "inspect/repair.h"
 
+#include "inspect/repair_again.h"
 #include "inspect/repair_tags.h"
 #include "inspect/walker.h"
 
@@ -94,9 +95,10 @@ public:
             }
         }
         const std::vector<Segment>& segments = m_plan.times.segments();
+        m_plan.one_order = m_plan.times.rules().keep_times && segments.size() > 1;
         for (size_t i = 0; i < segments.size(); ++i) {
             report.steps_back += segments[i].backward;
-            if (segments[i].backward > 0)
+            if (segments[i].backward > 0 || m_plan.one_order)
                 m_plan.not_merged.insert(i);
         }
         report.segments.assign(segments.begin(),
@@ -201,11 +203,14 @@ private:
 /// The second reading: where everything comes to be.
 class Layout {
 public:
-    Layout(bool has_video, size_t most_entries) : m_has_video(has_video), m_index(most_entries) {}
+    Layout(const RepairPlan& plan, size_t most_entries)
+        : m_has_video((plan.flags & FLAG_VIDEO) != 0), m_index(most_entries),
+          m_again(plan.times.rules())
+    {}
 
     void see(const OutTag& tag)
     {
-        const uint8_t type = tag.type_byte & 0x1F;
+        const uint8_t type = tag.type();
         const IndexEntry entry{tag.time, m_at};
         if (type == TAG_VIDEO) {
             m_video_bytes += tag.size;
@@ -227,14 +232,17 @@ public:
         ++m_tags;
         m_hash.number(static_cast<uint64_t>(tag.from));
         m_hash.number(static_cast<uint32_t>(tag.time));
+        m_again.see(tag);
     }
 
-    void finish(const RepairMetadata& metadata, RepairPlan* plan) const
+    void finish(const RepairMetadata& metadata, RepairPlan* plan)
     {
+        m_again.finish();
+        plan->settled = m_again.settled();
         const uint32_t body = metadata.body_size(m_index.entries().size(), m_last_key.has_value());
         const int64_t base = FIRST_TAG + TAG_OVERHEAD + body; // of the positions
         NewFigures figures;
-        figures.duration = static_cast<double>(plan->times.end_ms()) / 1000.0;
+        figures.duration = static_cast<double>(m_again.end_ms()) / 1000.0;
         figures.filesize = static_cast<double>(base + m_at);
         figures.datasize = static_cast<double>(m_data_bytes + body);
         figures.videosize = static_cast<double>(m_video_bytes);
@@ -287,13 +295,14 @@ private:
     std::optional<IndexEntry> m_last_key;
     uint64_t m_tags = 0;
     Hash m_hash;
+    RepairAgain m_again;
 };
 
 void lay_out(ByteSource& source, const RepairMetadata& metadata, RepairPlan* plan,
              const RepairOptions& options)
 {
     for (bool again = false;; again = true) {
-        Layout layout((plan->flags & FLAG_VIDEO) != 0, metadata.most_entries());
+        Layout layout(*plan, metadata.most_entries());
         const TagRun run = run_repaired_tags(
             source, *plan, [&](const OutTag& tag) { layout.see(tag); }, options);
         if (!run.complete || !run.in_range) {
@@ -302,6 +311,8 @@ void lay_out(ByteSource& source, const RepairMetadata& metadata, RepairPlan* pla
         }
         if (run.late.empty() || plan->one_order) {
             layout.finish(metadata, plan);
+            const bool same = !run.retimed && run.moved == 0 && plan->report.inner_headers == 0;
+            plan->settled = plan->settled || same;
             plan->report.reordered = run.moved;
             plan->report.early_ends = run.early_ends;
             plan->report.not_merged = plan->not_merged.size();
@@ -405,6 +416,19 @@ const char* repair_error_text(RepairError error)
     };
     static_assert(std::size(texts) == static_cast<size_t>(RepairError::WRITE_FAILED) + 1, "each");
     return texts[static_cast<size_t>(error)];
+}
+
+void RepairReport::go_on(const RepairReport& next)
+{
+    reordered += next.reordered;
+    wraps += next.wraps;
+    tags = next.tags;
+    steps_back = next.steps_back;
+    not_merged = next.not_merged;
+    index_entries = next.index_entries;
+    keyframes = next.keyframes;
+    new_size = next.new_size;
+    duration = next.duration;
 }
 
 RepairPlan plan_repair(ByteSource& source, const RepairOptions& options)

@@ -5,6 +5,9 @@
 ///     const RepairPlan plan = plan_repair(source, options);
 ///     if (plan.error == RepairError::NONE)
 ///         write_repair(source, plan, sink);
+///
+/// A plan that is not settled is one of the few whose new file is to be repaired again, at most
+/// MOST_ROUNDS times in all.
 #pragma once
 
 #include "inspect/byte_source.h"
@@ -26,6 +29,8 @@ struct RepairOptions {
     /// Called now and then with the bytes that were worked on, of `plan_repair` or `write_repair`.
     std::function<void(int64_t done)> progress{};
 };
+
+constexpr int MOST_ROUNDS = 8;
 
 enum class RepairError : uint8_t {
     NONE,
@@ -66,6 +71,9 @@ struct RepairReport {
     uint64_t keyframes = 0;             ///< that could have an entry
     int64_t old_size = 0, new_size = 0; ///< bytes
     double duration = 0.0;              ///< seconds
+
+    /// Adds what repairing the new file again changed.
+    void go_on(const RepairReport& next);
 };
 
 /// A configuration that goes to the front of its stream.
@@ -85,7 +93,7 @@ struct RepairPlan {
 
     RepairTimes times;
     std::set<size_t> not_merged;      ///< segments
-    bool one_order = false;           ///< nothing is merged, not even over segments
+    bool one_order = false;           ///< nothing is merged: tags are in the order of the file
     std::array<LateConfig, 2> late{}; ///< audio, video
     int64_t metadata_offset = -1;     ///< of the tag that has the old properties
     int64_t last_video_frame = -1;    ///< its offset
@@ -94,6 +102,7 @@ struct RepairPlan {
     std::vector<uint8_t> metadata;    ///< body of the new tag
     int64_t total = 0;                ///< bytes of the new file
     uint64_t fingerprint = 0;         ///< of the places and times of all tags
+    bool settled = true;              ///< the new file, repaired again, would stay as it is
 };
 
 /// Reads the source twice, up to four times when streams are far apart. Throws std::bad_alloc only.

@@ -21,6 +21,20 @@ size_t weight(const OutTag& tag)
 
 } // namespace
 
+void OrderKeys::set(size_t segment, int64_t start, OutTag* tag)
+{
+    Last& last = m_last[tag->queue];
+    const bool same = last.any && last.segment == segment;
+    tag->segment = segment;
+    if (tag->frame)
+        tag->key = tag->time;
+    else if (!tag->in_stream())
+        tag->key = same ? last.key : start;
+    else
+        tag->key = same ? std::max<int64_t>(last.key, tag->time) : tag->time;
+    last = {true, segment, tag->key};
+}
+
 void RepairMerge::give(size_t queue)
 {
     const OutTag tag = m_queues[queue].front();

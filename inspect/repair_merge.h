@@ -3,6 +3,9 @@
 /// The order of a repaired file's tags: those of the two streams by time, each stream's in its own.
 #pragma once
 
+#include "inspect/repair_times.h"
+#include "inspect/tag.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -22,10 +25,32 @@ struct OutTag {
     bool keyframe = false; ///< of video
     uint8_t queue = 0;     ///< 0 audio, 1 video, each with the script tags after its own
 
+    uint8_t type() const { return type_byte & 0x1F; }
+    Lane lane() const { return in_stream() ? static_cast<Lane>(queue) : Lane::SCRIPT; }
+    bool in_stream() const { return type() == TAG_AUDIO || type() == TAG_VIDEO; }
+
     // What it is ordered by. Tags of later segments come later.
     size_t segment = 0;
     int64_t key = 0;
     uint64_t number = 0; ///< in the order of the damaged file
+};
+
+/// What tags are ordered by: frames by their times. What else there is stays after the frame that it is
+/// after.
+class OrderKeys {
+public:
+    /// Sets segment and key of the next tag of its queue.
+    /// @param start  of the segment, ms
+    void set(size_t segment, int64_t start, OutTag* tag);
+
+private:
+    struct Last {
+        bool any = false;
+        size_t segment = 0;
+        int64_t key = 0;
+    };
+
+    std::array<Last, 2> m_last{};
 };
 
 /// Merges the two streams by key, equal ones in the order of the file, each stream in its own order.

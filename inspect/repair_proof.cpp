@@ -13,18 +13,24 @@ bool is_curable_trouble(const Finding& finding)
     return finding.info().curable && finding.level != Level::NOTICE;
 }
 
+/// Whether a track gives a frame of the file; false ones are no gain, nor a loss.
+bool gives_frames(const TrackReport& track)
+{
+    return track.usable() && track.frames.delivered > 0;
+}
+
 /// How far a track comes: 0 no track, 1 published, 2 without error, 3 started, 4 gives a frame.
 int published(const TrackReport& track)
 {
     if (track.index < 0)
         return 0;
-    return 1 + track.device_plays + (track.device_plays && track.started()) + track.usable();
+    return 1 + track.device_plays + (track.device_plays && track.started()) + gives_frames(track);
 }
 
 size_t hits(const TrackReport& track)
 {
     const SeekTest* const test = track.seeks_in(SeekMode::PREVIOUS);
-    return test ? test->hits() : 0;
+    return test && gives_frames(track) ? test->hits() : 0;
 }
 
 /// Adds what of one kind of stream is worse or better.
@@ -67,6 +73,11 @@ RepairProof prove_repair(const Verdict& before, const Verdict& after)
     RepairProof proof;
     compare_tracks(&proof, before.device.video, after.device.video);
     compare_tracks(&proof, before.device.audio, after.device.audio);
+    if (!proof.worse && after.status > before.status) {
+        proof.worse = true;
+        proof.text = std::string("the new file would be ") + name_of(after.status) +
+                     ", the old one is " + name_of(before.status);
+    }
     for (const Finding& finding : before.findings)
         proof.better = proof.better || (is_curable_trouble(finding) && !has(after, finding));
     if (proof.accepted())

@@ -47,6 +47,7 @@ private:
              const Tag& tag)
     {
         m_run.in_range = m_run.in_range && moved.ms >= 0 && moved.ms <= INT32_MAX;
+        m_run.retimed = m_run.retimed || moved.ms != tag.dts_ms();
         OutTag out;
         out.from = offset + TAG_HEADER_SIZE;
         out.size = size;
@@ -59,42 +60,20 @@ private:
         order(moved, &out);
         m_merge.add(out);
     }
-    // Frames are ordered by their times. What else there is stays after the frame that it is after.
     void order(const MovedTime& moved, OutTag* out)
     {
         if (m_plan.one_order)
             return;
-        Last& last = m_last[m_queue];
         out->segment = moved.segment;
-        if (m_plan.not_merged.count(moved.segment) > 0)
-            return;
-        const bool same = last.any && last.segment == moved.segment;
-        const int64_t start = m_plan.times.segments()[moved.segment].start;
-        if (out->frame)
-            out->key = out->time;
-        else if (!in_stream(out->type_byte))
-            out->key = same ? last.key : start;
-        else
-            out->key = same ? std::max<int64_t>(last.key, out->time) : out->time;
-        last = {true, moved.segment, out->key};
+        if (m_plan.not_merged.count(moved.segment) == 0)
+            m_keys.set(moved.segment, m_plan.times.segments()[moved.segment].start, out);
     }
-    static bool in_stream(uint8_t type_byte)
-    {
-        const uint8_t type = type_byte & 0x1F;
-        return type == TAG_AUDIO || type == TAG_VIDEO;
-    }
-
-    struct Last {
-        bool any = false;
-        size_t segment = 0;
-        int64_t key = 0;
-    };
 
     const RepairPlan& m_plan;
     RepairTimes::Cursor m_cursor;
+    OrderKeys m_keys;
     RepairMerge m_merge;
     TagRun m_run;
-    std::array<Last, 2> m_last{};
     std::array<bool, 2> m_begun{};
     uint8_t m_queue = 1; ///< where script tags go: to the stream of the tag before
     uint64_t m_count = 0;

@@ -45,6 +45,7 @@ struct TagRun {
     uint64_t moved = 0;      ///< tags that come after ones that they were before
     uint64_t early_ends = 0; ///< dropped
     bool in_range = true;    ///< all times can be written
+    bool retimed = false;    ///< a time is another than it was
     bool complete = false;   ///< the source was read to its end
 };
 

@@ -153,8 +153,8 @@ void RepairTimes::wrap(size_t index, int64_t offset)
         add_piece(Lane::SCRIPT, piece);
 }
 
-// Both streams step back, or over a gap: the other one did at its candidate, this one does at a tag.
-void RepairTimes::begin_together(size_t index, const Tag& tag)
+// Both streams step back, or over a gap: the other one did at its candidate, this one does now.
+void RepairTimes::begin_together(size_t index, int64_t offset)
 {
     Stream& other = m_streams[1 - index];
     Candidate from = *other.candidate;
@@ -162,9 +162,9 @@ void RepairTimes::begin_together(size_t index, const Tag& tag)
     drop(m_streams[index]);
     const int64_t other_add = other.add;
     if (index == static_cast<size_t>(Lane::AUDIO))
-        begin_segment(from.offset, tag.offset, from.offset);
+        begin_segment(from.offset, offset, from.offset);
     else
-        begin_segment(from.offset, from.offset, tag.offset);
+        begin_segment(from.offset, from.offset, offset);
     from.extent.min -= other_add;
     from.extent.max -= other_add;
     *other.last -= other_add;
@@ -197,7 +197,7 @@ void RepairTimes::forget_tentative()
 
 void RepairTimes::inner_header(int64_t offset)
 {
-    if (m_segments.size() >= MOST_SEGMENTS)
+    if (m_rules.keep_times || m_segments.size() >= MOST_SEGMENTS)
         return;
     for (Stream& stream : m_streams) {
         drop(stream);
@@ -209,34 +209,38 @@ void RepairTimes::inner_header(int64_t offset)
 
 void RepairTimes::see(const Tag& tag)
 {
-    if (!is_frame(tag))
-        return;
-    const auto index = static_cast<size_t>(lane_of(tag));
+    if (is_frame(tag))
+        see_frame(lane_of(tag), tag.offset, tag.dts_ms());
+}
+
+void RepairTimes::see_frame(Lane lane, int64_t offset, int64_t time_ms)
+{
+    const auto index = static_cast<size_t>(lane);
     Stream& stream = m_streams[index];
     Stream& other = m_streams[1 - index];
     m_any = true;
     if (!stream.last)
         forget_tentative();
 
-    int64_t time = tag.dts_ms() + stream.add;
+    int64_t time = time_ms + stream.add;
     std::optional<int64_t> step;
     if (stream.last)
         step = time - *stream.last;
     if (step && wraps_back(*step)) {
-        wrap(index, tag.offset);
-        time = tag.dts_ms() + stream.add;
+        wrap(index, offset);
+        time = time_ms + stream.add;
         step = time - *stream.last;
     } else if (step && may_begin_segment(*step) && m_segments.size() < MOST_SEGMENTS) {
         if (repeats(stream, other, *step)) {
-            begin_together(index, tag);
-            time = tag.dts_ms();
+            begin_together(index, offset);
+            time = time_ms;
         } else if (!other.last) { // the only stream, as far as is known
-            begin_segment(tag.offset, tag.offset, tag.offset);
+            begin_segment(offset, offset, offset);
             ++m_tentative;
-            time = tag.dts_ms();
+            time = time_ms;
         } else {
             drop(stream);
-            stream.candidate = Candidate{tag.offset, *step, time, *other.last, {}};
+            stream.candidate = Candidate{offset, *step, time, *other.last, {}};
         }
         step.reset();
     }
@@ -255,14 +259,15 @@ void RepairTimes::finish()
 
 void RepairTimes::place_segments()
 {
-    int64_t end = 0; // of the segments before
+    int64_t end = 0;  // of the segments before
+    int64_t last = 0; // time in them
     int64_t frame = USUAL_FRAME_MS;
     bool first = true;
     for (Segment& segment : m_segments) {
         if (segment.frame > 0)
             frame = segment.frame;
         if (segment.empty()) {
-            segment.start = segment.end = end;
+            segment.start = segment.end = last;
             continue;
         }
         segment.shift = m_rules.keep_times ? 0 : end - segment.min;
@@ -270,7 +275,8 @@ void RepairTimes::place_segments()
         segment.end = segment.max + segment.shift;
         m_in_range = m_in_range && segment.start >= 0 && segment.end <= LARGEST_TIME;
         m_end = first ? segment.end + frame : std::max(m_end, segment.end + frame);
-        end = segment.end + frame;
+        last = segment.end;
+        end = last + frame;
         first = false;
     }
 }

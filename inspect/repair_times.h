@@ -28,8 +28,10 @@ bool is_frame(const Tag& tag);
 bool has_payload(const Tag& tag);
 
 struct TimeRules {
-    bool keep_times = false; ///< times are left as they are; segments only bound what is merged
-    bool join_gaps = false;  ///< a gap of more than 10 s begins a segment too
+    /// Times are left as they are. Inner headers then begin no segment: the new file has none, and is
+    /// to be seen as the old one is.
+    bool keep_times = false;
+    bool join_gaps = false; ///< a gap of more than 10 s begins a segment too
 };
 
 /// A recording, or what is left of it. Times are those of its frames, ms.
@@ -62,8 +64,10 @@ public:
     // The survey, in the order of the file.
     void inner_header(int64_t offset);
     void see(const Tag& tag); ///< every tag that is kept
+    void see_frame(Lane lane, int64_t offset, int64_t time_ms);
     void finish();
 
+    const TimeRules& rules() const { return m_rules; }
     const std::vector<Segment>& segments() const { return m_segments; }
     uint64_t wraps() const { return m_wraps; } ///< times that began again at 2^24 ms, by stream
     bool has_frames() const { return m_any; }
@@ -122,7 +126,7 @@ private:
     void drop_stale();
     void close_segment();
     void begin_segment(int64_t offset, int64_t audio, int64_t video);
-    void begin_together(size_t index, const Tag& tag);
+    void begin_together(size_t index, int64_t offset);
     void add_piece(Lane lane, Piece piece);
     void wrap(size_t index, int64_t offset);
     void forget_tentative();

@@ -268,8 +268,8 @@ public:
     Result run()
     {
         m_source = open_source(m_options.file);
-        OutputFile out(target(), m_options.force || m_options.dry_run);
-        if (!out.seekable())
+        m_out = new_output();
+        if (!m_out->seekable())
             throw Failure(EXIT_USAGE, m_options.output + " is no regular file");
         Result result;
         result.before = judge("checking " + m_options.file, m_source);
@@ -277,7 +277,7 @@ public:
             result.outcome = Outcome::NOTHING_TO_REPAIR;
             return result;
         }
-        repair(&result, &out);
+        repair(&result);
         return result;
     }
 
@@ -296,10 +296,31 @@ private:
                          [&](int64_t done, int64_t) { progress.at(done); });
     }
 
-    void repair(Result* result, OutputFile* out)
+    std::unique_ptr<OutputFile> new_output() const
     {
-        zi::HostSource source(*m_source);
-        zi::RepairPlan plan = [&] {
+        return std::make_unique<OutputFile>(target(), m_options.force || m_options.dry_run);
+    }
+
+    void repair(Result* result)
+    {
+        bool settled = write_from(*m_source, m_out.get(), result);
+        for (int round = 1; !settled && round < zi::MOST_ROUNDS; ++round) {
+            const auto source = open_source(m_out->path());
+            auto out = new_output();
+            settled = write_from(*source, out.get(), result);
+            m_out = std::move(out);
+        }
+        if (!result->text.empty())
+            return;
+        result->after = judge("checking " + m_options.output, open_source(m_out->path()));
+        decide(result);
+    }
+
+    /// @return whether that is all: what was written is settled, or nothing was, for a reason
+    bool write_from(zoflv_host::DataSource& file, OutputFile* out, Result* result)
+    {
+        zi::HostSource source(file);
+        const zi::RepairPlan plan = [&] {
             Progress progress("reading " + m_options.file, 0, !m_session.quiet());
             return zi::plan_repair(source, working(progress));
         }();
@@ -309,12 +330,14 @@ private:
             result->text = zi::repair_error_text(plan.error);
             if (result->before.cause)
                 result->code = result->before.findings[*result->before.cause].code();
-            return;
+            return true;
         }
-        result->report = plan.report;
+        if (result->report)
+            result->report->go_on(plan.report);
+        else
+            result->report = plan.report;
         write(source, plan, out);
-        result->after = judge("checking " + m_options.output, open_source(out->path()));
-        decide(result, out);
+        return plan.settled;
     }
 
     void write(zi::ByteSource& source, const zi::RepairPlan& plan, OutputFile* out)
@@ -332,7 +355,7 @@ private:
         out->finish();
     }
 
-    void decide(Result* result, OutputFile* out)
+    void decide(Result* result)
     {
         const zi::RepairProof proof = zi::prove_repair(result->before, *result->after);
         if (proof.worse || (!proof.better && !m_options.always)) {
@@ -344,7 +367,7 @@ private:
         result->outcome = Outcome::WOULD_WRITE;
         if (m_options.dry_run)
             return;
-        out->publish();
+        m_out->publish();
         result->outcome = Outcome::WRITTEN;
     }
 
@@ -358,6 +381,7 @@ private:
     const PluginPtr m_plugin;
     zi::DeviceOptions m_device;
     std::shared_ptr<zoflv_host::DataSource> m_source;
+    std::unique_ptr<OutputFile> m_out;
 };
 
 int repair(const RepairCommand& options, Session& session)

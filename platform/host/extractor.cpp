@@ -98,9 +98,15 @@ std::shared_ptr<ExtractorLibrary> ExtractorLibrary::load(const std::string& path
     return is_complete(loaded->m_definition, error) ? loaded : nullptr;
 }
 
+std::shared_ptr<ExtractorLibrary> ExtractorLibrary::of(const android::ExtractorDef& definition)
+{
+    return std::shared_ptr<ExtractorLibrary>(new ExtractorLibrary(nullptr, definition));
+}
+
 ExtractorLibrary::~ExtractorLibrary()
 {
-    ::dlclose(m_library);
+    if (m_library)
+        ::dlclose(m_library);
 }
 
 std::shared_ptr<Extractor> ExtractorLibrary::open(std::shared_ptr<DataSource> source,

@@ -35,6 +35,9 @@ public:
     /// @param error  set to the reason, without the path, on failure
     /// @return the library, or null
     static std::shared_ptr<ExtractorLibrary> load(const std::string& path, std::string* error);
+    /// A plugin that is part of the program.
+    /// @param definition  what its entry returns
+    static std::shared_ptr<ExtractorLibrary> of(const android::ExtractorDef& definition);
     ~ExtractorLibrary();
     ExtractorLibrary(const ExtractorLibrary&) = delete;
     ExtractorLibrary& operator=(const ExtractorLibrary&) = delete;
@@ -51,7 +54,7 @@ private:
         : m_library(library), m_definition(definition)
     {}
 
-    void* const m_library; // from dlopen
+    void* const m_library; // from dlopen; null: part of the program
     const android::ExtractorDef m_definition;
 };
 
