@@ -29,12 +29,14 @@ private:
         uint64_t left_out = 0;     ///< of them: encrypted and the like, which the demuxer skips
         uint64_t first_number = 0; ///< of the first one not left out, counting all tags from 1
         int64_t first_offset = NO_OFFSET;
+        int64_t first_ms = 0; ///< of the one with that number
     };
 
     void see_header(const FileHeader& header);
     void see_lost(const LostRange& lost);
     void see_tag(const Tag& tag);
     void see_end(const End& end);
+    void no_header();
     void check_kind(const Tag& tag);
     void check_link(const Tag& tag);
     void settle_lost(bool at_end);
@@ -47,6 +49,7 @@ private:
     std::optional<Tag> m_unlinked;   ///< likewise a tag without PreviousTagSize
     uint64_t m_items = 0;
     uint64_t m_tags = 0;
+    int64_t m_searched_ms = 0; ///< the latest time among the tags searched for a stream
     Stream m_audio, m_video;
 };
 

@@ -62,7 +62,9 @@ constexpr FindingRule RULES[] = {
     {Rule::HEADER_LATE, "header.late", WARNING, REFUSED, LASTING,
      "the first tag of an announced stream is not among the first 100 tags, and the file is not "
      "opened",
-     "Put audio and video in the order of their times with a muxer, or leave that stream out.",
+     "`zoflv repair` puts audio and video in the order of their times; a stream that begins so "
+     "late by "
+     "its times too has to be left out with a muxer.",
      "streams are looked for in the first 100 tags"},
     {Rule::HEADER_HIDES, "header.hides", WARNING, NO_TRACK, CURABLE,
      "the header does not announce a stream that the file has, and it is not played", REPAIR,

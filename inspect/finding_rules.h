@@ -141,7 +141,7 @@ struct FindingRule {
     const char* code; ///< `topic.what`, never changed once it was released
     Level level;      ///< unless it explains something
     uint8_t explains; ///< bits of Shown: what it can be the reason of, for its kind of stream
-    bool curable;     ///< `zoflv repair` mends it
+    bool curable;     ///< `zoflv repair` mends it, as a rule
     const char* consequence; ///< a sentence without its full stop
     const char* remedy;      ///< a sentence
     /// Why other players play what is not played here, as in "plays elsewhere, not here, because …";

@@ -31,6 +31,7 @@ Finding* FindingSink::add(Rule rule, StreamKind kind, int64_t offset, int64_t ti
     finding.level = rule_of(rule).level;
     finding.kind = kind;
     finding.explains = rule_of(rule).explains;
+    finding.curable = rule_of(rule).curable;
     finding.offset = offset;
     finding.time_us = time_us;
     return &finding;

@@ -166,10 +166,14 @@ void StructureCheck::check_kind(const Tag& tag)
     ++stream.tags;
     if (stream.first_offset == NO_OFFSET)
         stream.first_offset = tag.offset;
-    if (reserved || tag.filtered())
+    if (reserved || tag.filtered()) {
         ++stream.left_out;
-    else if (stream.first_number == 0)
+    } else if (stream.first_number == 0) {
         stream.first_number = m_tags;
+        stream.first_ms = tag.dts_ms();
+    }
+    if (m_tags <= SEARCHED_TAGS)
+        m_searched_ms = std::max(m_searched_ms, tag.dts_ms());
 }
 
 void StructureCheck::check_link(const Tag& tag)
@@ -190,7 +194,13 @@ void StructureCheck::see_end(const End& end)
     else if (end.offset < HEADER_SIZE)
         m_sink.add(Rule::HEADER_CUT, StreamKind::FILE, 0);
     else if ((!m_header || m_header->offset != 0) && !m_sink.has(Rule::FILE_ID3, StreamKind::FILE))
-        m_sink.add(Rule::FILE_NO_HEADER, StreamKind::FILE, 0);
+        no_header();
+}
+
+void StructureCheck::no_header()
+{
+    if (Finding* finding = m_sink.add(Rule::FILE_NO_HEADER, StreamKind::FILE, 0))
+        finding->curable = has_media(); // it may be any other file
 }
 
 void StructureCheck::check_announced(StreamKind kind, const Stream& stream, bool announced)
@@ -201,9 +211,11 @@ void StructureCheck::check_announced(StreamKind kind, const Stream& stream, bool
         if (Finding* finding = m_sink.add(Rule::HEADER_ABSENT, kind, m_header->offset))
             finding->detail = name_of(kind);
     } else if (announced && stream.first_number > SEARCHED_TAGS) {
-        if (Finding* finding = m_sink.add(Rule::HEADER_LATE, kind, stream.first_offset))
+        if (Finding* finding = m_sink.add(Rule::HEADER_LATE, kind, stream.first_offset)) {
             finding->detail =
                 format("%s begins with tag number %" PRIu64, name_of(kind), stream.first_number);
+            finding->curable = stream.first_ms < m_searched_ms; // late in the file alone
+        }
     }
 }
 

@@ -34,6 +34,7 @@ struct Finding {
     Level level = Level::NOTICE;
     StreamKind kind = StreamKind::FILE;
     uint8_t explains = SHOWN_NOTHING; ///< the rule's, less what cannot be so in this file
+    bool curable = false;             ///< the rule's, or by what is in this file
     int64_t offset = NO_OFFSET;       ///< of the first occurrence, bytes
     int64_t time_us = NO_TIME;        ///< decoding time there
     uint64_t count = 0;               ///< occurrences

@@ -10,7 +10,7 @@ namespace {
 
 bool is_curable_trouble(const Finding& finding)
 {
-    return finding.info().curable && finding.level != Level::NOTICE;
+    return finding.curable && finding.level != Level::NOTICE;
 }
 
 /// Whether a track gives a frame of the file; false ones are no gain, nor a loss.
@@ -78,8 +78,10 @@ RepairProof prove_repair(const Verdict& before, const Verdict& after)
         proof.text = std::string("the new file would be ") + name_of(after.status) +
                      ", the old one is " + name_of(before.status);
     }
-    for (const Finding& finding : before.findings)
-        proof.better = proof.better || (is_curable_trouble(finding) && !has(after, finding));
+    if (after.status != Status::REFUSED) { // else it plays no better for that
+        for (const Finding& finding : before.findings)
+            proof.better = proof.better || (is_curable_trouble(finding) && !has(after, finding));
+    }
     if (proof.accepted())
         return proof;
     if (after.cause)

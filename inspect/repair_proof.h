@@ -14,7 +14,7 @@ bool wants_repair(const Verdict& verdict);
 
 struct RepairProof {
     bool worse = false;  ///< in its status, what a track publishes, its frames or seeks that hit
-    bool better = false; ///< in one of these, or a curable warning is gone
+    bool better = false; ///< in one of these, or it is not refused and a curable warning is gone
     std::string text;    ///< what is worse, or what stays wrong, as a sentence without full stop
     std::string code;    ///< of the finding that is the reason; empty: none
 

@@ -133,6 +133,7 @@ Finding finding_of(Rule rule, StreamKind kind, const std::string& detail)
     finding.level = rule_of(rule).level;
     finding.kind = kind;
     finding.explains = rule_of(rule).explains;
+    finding.curable = rule_of(rule).curable;
     finding.count = 1;
     finding.detail = detail;
     return finding;
@@ -275,7 +276,7 @@ std::optional<bool> Verdict::curable() const
     if (status == Status::SOUND)
         return std::nullopt;
     return std::all_of(findings.begin(), findings.end(), [](const Finding& finding) {
-        return finding.level != Level::ERROR || finding.info().curable;
+        return finding.level != Level::ERROR || finding.curable;
     });
 }
 

@@ -294,6 +294,39 @@ TEST(Repair, TooFarToMerge)
     EXPECT_EQ(repaired(out), out);
 }
 
+// Only what is in the file tells whether there is a cure.
+TEST(Repair, CurableByWhatIsThere)
+{
+    const auto late_audio = [](uint32_t time) {
+        FlvBuilder builder = built("vc0");
+        for (uint32_t i = 0; i < 110; ++i)
+            builder.tag(9, 40 * i, i % 10 ? inter : key);
+        return builder.tag(8, time, aac_config_tag())
+            .tag(8, time, sound)
+            .tag(8, time, sound)
+            .bytes();
+    };
+    const Bytes whole = recording();
+    const struct {
+        const char* code;
+        Bytes in;
+        bool curable;
+    } cases[] = {
+        {"file.no_header", ascii("Dear Sir or Madam, this is a letter and no recording."), false},
+        {"file.no_header", {whole.begin() + 13, whole.end()}, true},
+        {"header.late", late_audio(0), true},
+        {"header.late", late_audio(4400), false},
+    };
+    for (const auto& c : cases) {
+        const Verdict before = verdict_of(c.in);
+        ASSERT_TRUE(before.cause);
+        EXPECT_STREQ(before.findings[*before.cause].code(), c.code);
+        EXPECT_EQ(before.curable(), std::optional(c.curable)) << c.code;
+        const Bytes out = repaired(c.in);
+        EXPECT_EQ(!out.empty() && prove_repair(before, verdict_of(out)).accepted(), c.curable);
+    }
+}
+
 TEST(Repair, IsNoWorseWhereverAFileIsCut)
 {
     const Bytes whole = recording(6);

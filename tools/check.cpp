@@ -94,7 +94,7 @@ Json json_of(const zi::Finding& finding)
             {"count", finding.count},
             {"text", finding.text()},
             {"remedy", rule.remedy},
-            {"curable", rule.curable},
+            {"curable", finding.curable},
             {"elsewhere", rule.elsewhere ? Json(rule.elsewhere) : Json()}};
 }
 
