@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "inspect/avc_units.h"
 
+#include <algorithm>
+
 namespace zoflv_inspect {
 
 namespace {
@@ -53,8 +55,10 @@ AvcRecord read_avc_record(const View& record)
         return out;
     out.length_size = (record.data[4] & 3U) + 1;
     const int sets = record.data[5] & 31;
-    if (sets > 0 && record.size > HEAD + 2)
-        out.first_sps = record.data[HEAD + 2];
+    if (sets > 0 && record.size > HEAD + 2) {
+        const uint8_t* const sps = record.data + HEAD + 2;
+        out.sps = {sps, std::min<size_t>(read_be(sps - 2, 2), record.size - HEAD - 2)};
+    }
     size_t at = HEAD;
     if (sets == 0 || !skip_sets(record, &at, sets) || at == record.size)
         return out;

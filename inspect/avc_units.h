@@ -13,7 +13,7 @@ namespace zoflv_inspect {
 struct AvcRecord {
     bool whole = false; ///< all parameter sets lie inside, with a sequence parameter set among them
     uint32_t length_size = 4; ///< bytes of the length before each NAL unit
-    uint8_t first_sps = 0;    ///< first byte of the first sequence parameter set
+    View sps{}; ///< the first sequence parameter set, as far as it lies inside; empty: none
 };
 AvcRecord read_avc_record(const View& record);
 

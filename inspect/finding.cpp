@@ -2,7 +2,27 @@
 #include "inspect/findings.h"
 #include "inspect/words.h"
 
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
 namespace zoflv_inspect {
+
+namespace {
+
+/// Which stream it is about; empty of one about the file, and where the rule says so.
+std::string stream_note(const Finding& finding)
+{
+    constexpr std::string_view of_one_stream[] = {"audio", "aac", "mp3", "video", "avc"};
+    const std::string_view code = finding.code();
+    const bool told = std::find(std::begin(of_one_stream), std::end(of_one_stream),
+                                code.substr(0, code.find('.'))) != std::end(of_one_stream);
+    if (told || finding.kind == StreamKind::FILE)
+        return {};
+    return finding.kind == StreamKind::AUDIO ? "audio" : "video";
+}
+
+} // namespace
 
 bool Finding::can_explain(Shown shown, StreamKind of_kind, int64_t before) const
 {
@@ -19,7 +39,10 @@ std::string Finding::first() const
 
 std::string Finding::text() const
 {
-    return count > 1 ? first() + " (" + counted(count, "time") + ')' : first();
+    std::string note = stream_note(*this);
+    if (count > 1)
+        note += (note.empty() ? "" : ", ") + counted(count, "time");
+    return note.empty() ? first() : first() + " (" + note + ')';
 }
 
 } // namespace zoflv_inspect

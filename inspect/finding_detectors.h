@@ -183,6 +183,7 @@ public:
 private:
     void see_avc(const Tag& tag, TagWalker& walker);
     void see_config(const Tag& tag, TagWalker& walker);
+    void check_size(const Tag& tag, const View& sps, const ReadStream& stream);
     void see_units(const Tag& tag, TagWalker& walker);
     void check_key_flag(const Tag& tag, bool idr, bool recovery);
     void search_size(const Tag& tag, TagWalker& walker, uint64_t tag_number);

@@ -53,6 +53,7 @@ enum class Rule : uint8_t {
     MP3_ID3,
     AAC_CONFIG_BAD,
     AVC_SPS_UNREAD,
+    AVC_SIZE_MISREAD,
     AVC_CONFIG_BAD,
     AVC_NO_CONFIG,
     AVC_LATE_CONFIG,

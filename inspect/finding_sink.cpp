@@ -42,6 +42,12 @@ bool FindingSink::has(Rule rule, StreamKind kind) const
     return m_findings[slot(rule, kind)].count != 0;
 }
 
+bool FindingSink::explain(Rule rule, StreamKind kind)
+{
+    m_findings[slot(rule, kind)].explains = rule_of(rule).explains;
+    return has(rule, kind);
+}
+
 std::vector<Finding> FindingSink::take()
 {
     const auto none = [](const Finding& finding) { return finding.count == 0; };

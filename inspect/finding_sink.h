@@ -41,6 +41,9 @@ public:
     }
 
     bool has(Rule rule, StreamKind kind) const;
+    /// Lets a finding explain all that its rule can.
+    /// @return whether there is one
+    bool explain(Rule rule, StreamKind kind);
     /// All of them, by rule.
     std::vector<Finding> take();
 

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include "inspect/avc_sps.h"
 #include "inspect/avc_units.h"
 #include "inspect/codec_names.h"
 #include "inspect/finding_detectors.h"
@@ -19,6 +20,32 @@ constexpr uint32_t START_CODE = 4;
 bool is_avc(const Tag& tag)
 {
     return tag.body.codec.fourcc == 0 && tag.body.codec.number == AVC;
+}
+
+std::string size_text(const AvcSize& size)
+{
+    return format("%" PRId64 " x %" PRId64, size.width, size.height);
+}
+
+/// @param sps  with its first byte at least
+std::string profile_text(const View& sps)
+{
+    const char* const name = sps.size > 2 ? avc_profile_name(sps.data[1], sps.data[2]) : nullptr;
+    return sps.size < 2 ? "a cut set"
+                        : format("profile %u", unsigned{sps.data[1]}) +
+                              (name ? std::string(", ") + name : std::string());
+}
+
+/// Why the demuxer does not read a sequence parameter set.
+std::string unread_text(const View& sps)
+{
+    const uint8_t first = sps.size > 0 ? sps.data[0] : uint8_t{0};
+    if (first != READABLE_SPS)
+        return format("its first byte is 0x%02X in place of 0x%02X", unsigned{first},
+                      unsigned{READABLE_SPS});
+    const std::optional<AvcSize> size = read_avc_size(sps);
+    return size ? "its picture size, " + size_text(*size) + ", is misread, in " + profile_text(sps)
+                : "it gives no picture size";
 }
 
 } // namespace
@@ -103,6 +130,7 @@ void VideoCheck::see_config(const Tag& tag, TagWalker& walker)
     else if (m_first_frame)
         m_sink.add(Rule::AVC_LATE_CONFIG, tag);
     const AvcRecord facts = read_avc_record(record);
+    const bool first = !m_configured; // the track's format
     m_config.assign(record.data, record.data + record.size);
     m_configured = true;
     m_length_size = facts.length_size;
@@ -111,13 +139,25 @@ void VideoCheck::see_config(const Tag& tag, TagWalker& walker)
         return;
     }
     const ReadStream stream = ask_stream(TAG_VIDEO, body);
-    if (stream.opened && stream.codec_data_size > 0)
+    if (stream.opened && stream.codec_data_size > 0) {
+        if (first)
+            check_size(tag, facts.sps, stream);
         return;
-    if (Finding* finding = m_sink.add(Rule::AVC_SPS_UNREAD, tag)) {
-        finding->detail = facts.first_sps != READABLE_SPS
-                              ? format("its first byte is 0x%02X in place of 0x%02X",
-                                       unsigned{facts.first_sps}, unsigned{READABLE_SPS})
-                              : "it gives no picture size";
+    }
+    if (Finding* finding = m_sink.add(Rule::AVC_SPS_UNREAD, tag))
+        finding->detail = unread_text(facts.sps);
+}
+
+// A profile whose fields the demuxer does not know, or emulation prevention, shifts what it reads.
+void VideoCheck::check_size(const Tag& tag, const View& sps, const ReadStream& stream)
+{
+    const std::optional<AvcSize> size = read_avc_size(sps);
+    if (!size || (size->width == stream.width && size->height == stream.height))
+        return;
+    if (Finding* finding = m_sink.add(Rule::AVC_SIZE_MISREAD, tag)) {
+        finding->detail = size_text(*size) + " is read as " +
+                          size_text({stream.width, stream.height}) + ", in " + profile_text(sps);
+        finding->explains = SHOWN_NOTHING; // unless the device says that it is too large
     }
 }
 

@@ -21,6 +21,11 @@ constexpr Rule CONFIGURATION_RULES[] = {Rule::CODEC_NEWER, Rule::AVC_SPS_UNREAD,
                                         Rule::AVC_CONFIG_BAD, Rule::AVC_NO_CONFIG,
                                         Rule::AVC_LATE_CONFIG};
 
+std::string size_text(const PictureSize& size)
+{
+    return format("%d x %d", size.width, size.height);
+}
+
 // What a track's error type says, where the tags have not said it already.
 void judge_track(FindingSink* sink, StreamKind kind, const TrackFacts& track, const Codec* codec)
 {
@@ -34,10 +39,13 @@ void judge_track(FindingSink* sink, StreamKind kind, const TrackFacts& track, co
         finding = sink->add(Rule::CODEC_UNPLAYABLE, kind);
     else if (track.error_type == ERROR_CONFIGURATION && !config_told)
         finding = sink->add(Rule::VIDEO_NO_CONFIG, kind);
-    else if (track.error_type == ERROR_PICTURE_SIZE)
+    else if (track.error_type == ERROR_PICTURE_SIZE && !sink->explain(Rule::AVC_SIZE_MISREAD, kind))
         finding = sink->add(Rule::VIDEO_TOO_LARGE, kind);
     if (finding)
-        finding->detail = codec_name(kind == StreamKind::VIDEO, *codec);
+        finding->detail =
+            finding->rule == Rule::VIDEO_TOO_LARGE
+                ? size_text(track.picture) + ", and at most " + size_text(track.largest)
+                : codec_name(kind == StreamKind::VIDEO, *codec);
 }
 
 } // namespace

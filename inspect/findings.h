@@ -8,6 +8,7 @@
 ///     for (const Finding& finding : findings.finish(facts)) ...
 #pragma once
 
+#include "inspect/device_profile.h"
 #include "inspect/finding_rules.h"
 
 #include <cstdint>
@@ -50,7 +51,7 @@ struct Finding {
                      int64_t before = std::numeric_limits<int64_t>::max()) const;
     /// The consequence with the figures. A sentence without its full stop.
     std::string first() const;
-    /// The same, and how often.
+    /// The same, of which stream and how often.
     std::string text() const;
 };
 
@@ -61,6 +62,8 @@ struct TrackFacts {
     /// the device's profile does not have the track's MIME type.
     int32_t error_type = 0;
     int32_t max_input_size = 0; ///< bytes; 0: not known
+    PictureSize picture{};      ///< as published
+    PictureSize largest{};      ///< that the device plays, of such a shape
 };
 
 /// What a device says of the file, as far as findings need it; with nothing set they go without.

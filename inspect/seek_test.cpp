@@ -146,6 +146,7 @@ std::vector<int64_t> SyncPoints::targets(int count, uint64_t seed) const
     constexpr int64_t tested_per_cent =
         95;                         // after that many a plugin finds nothing, and rightly so
     constexpr int64_t parts = 1000; // of a target's share of the track
+    constexpr int64_t us_per_ms = 1000;
     std::vector<int64_t> targets;
     const int64_t tested_us = (m_last_ms - m_first_ms) * 1000 * tested_per_cent / 100;
     std::mt19937_64 random(seed);
@@ -154,7 +155,8 @@ std::vector<int64_t> SyncPoints::targets(int count, uint64_t seed) const
         // In two steps: the product of all would not fit for the longest tracks and many targets.
         const int64_t share = tested_us / (count * parts);
         const int64_t rest = tested_us % (count * parts) * place / (count * parts);
-        targets.push_back(std::max<int64_t>(m_first_ms * 1000 + share * place + rest, 0));
+        const int64_t target_us = m_first_ms * us_per_ms + share * place + rest;
+        targets.push_back(std::max<int64_t>(target_us, 0) / us_per_ms * us_per_ms);
     }
     return targets;
 }

@@ -63,7 +63,8 @@ public:
     /// Whether it is no frame, but a configuration or the like.
     bool is_extra(const DeliveredFrame& frame) const;
 
-    /// Even targets in the first 95 % of the track, each somewhere in its part of it.
+    /// Even targets in the first 95 % of the track, each somewhere in its part of it, at whole
+    /// milliseconds, as tags have them.
     std::vector<int64_t> targets(int count, uint64_t seed) const;
 
 private:

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "inspect/verdict.h"
 
+#include "inspect/first_bytes.h"
 #include "inspect/words.h"
 
 #include <algorithm>
@@ -169,6 +170,23 @@ std::string share_text(size_t part, size_t whole)
     return percent >= 95 ? "nearly all of it" : "about " + std::to_string(percent) + " % of it";
 }
 
+/// "3 of 40 video frames are lost", with those of the audio; empty when none is.
+std::string lost_frames(const DeviceReport& report)
+{
+    std::string text;
+    uint64_t all = 0;
+    for (const TrackReport* track : {&report.video, &report.audio}) {
+        const uint64_t lost = track->frames.expected - track->frames.delivered;
+        if (lost == 0 || !track->usable())
+            continue;
+        text += (all > 0 ? " and " : "") + grouped(static_cast<int64_t>(lost)) + " of " +
+                grouped(static_cast<int64_t>(track->frames.expected)) + ' ' + name_of(track->kind) +
+                " frames";
+        all += lost;
+    }
+    return all == 0 ? text : text + (all == 1 ? " is lost" : " are lost");
+}
+
 /// What is lost for who plays the file, as a clause; empty when there is no measure of it.
 std::string loss_of(const DeviceReport& report, const Symptom& symptom)
 {
@@ -178,15 +196,8 @@ std::string loss_of(const DeviceReport& report, const Symptom& symptom)
         report.of(symptom.kind == StreamKind::AUDIO ? Kind::AUDIO : Kind::VIDEO);
     if (symptom.shown == SHOWN_NO_TRACK)
         return std::string("no ") + name_of(track.kind) + " is played";
-    if (symptom.shown == SHOWN_FRAMES) {
-        const FrameCount& frames = track.frames;
-        const uint64_t lost = frames.expected - frames.delivered;
-        const std::string of_kind = std::string(" ") + name_of(track.kind) + " frames ";
-        return lost == 0 ? std::string()
-                         : grouped(static_cast<int64_t>(lost)) + " of " +
-                               grouped(static_cast<int64_t>(frames.expected)) + of_kind +
-                               (lost == 1 ? "is lost" : "are lost");
-    }
+    if (symptom.shown == SHOWN_FRAMES)
+        return lost_frames(report);
     const SeekTest* const test = track.seeks_in(SeekMode::PREVIOUS);
     if (!test)
         return {};
@@ -197,6 +208,24 @@ std::string loss_of(const DeviceReport& report, const Symptom& symptom)
            (misses == 1 ? " misses" : " miss");
 }
 
+/// Whether a finding says that the file ends too early.
+bool says_cut(Rule rule)
+{
+    return rule == Rule::TAG_CUT || rule == Rule::PREV_LAST || rule == Rule::TAIL_GARBAGE ||
+           rule == Rule::TAIL_ZEROS;
+}
+
+/// What is not in the file at all, and so in no count of frames: the figures, when the metadata claim
+/// more than there is and that is not the cause; else null.
+const std::string* claimed_more(const std::vector<Finding>& findings, std::optional<size_t> cause)
+{
+    for (size_t i = 0; i < findings.size(); ++i) {
+        if (findings[i].rule == Rule::DURATION_LONG)
+            return cause == i ? nullptr : &findings[i].detail;
+    }
+    return nullptr;
+}
+
 Status status_of(const DeviceReport& report, const std::vector<Symptom>& symptoms)
 {
     if (!report.opened || (!report.audio.usable() && !report.video.usable()))
@@ -204,11 +233,15 @@ Status status_of(const DeviceReport& report, const std::vector<Symptom>& symptom
     return symptoms.empty() ? Status::SOUND : Status::PARTIAL;
 }
 
-TrackFacts facts_of(const TrackReport& track)
+TrackFacts facts_of(const TrackReport& track, const DeviceProfile& profile)
 {
     constexpr int32_t not_supported = -1002;
     const bool refused = track.error_type == 0 && !track.device_plays;
-    return {track.index >= 0, refused ? not_supported : track.error_type, track.max_input_size};
+    return {track.index >= 0,
+            refused ? not_supported : track.error_type,
+            track.max_input_size,
+            {track.width, track.height},
+            track.width >= track.height ? profile.largest_landscape : profile.largest_portrait};
 }
 
 } // namespace
@@ -283,13 +316,17 @@ std::optional<bool> Verdict::curable() const
 std::string Verdict::sentence() const
 {
     std::string text = std::string(name_of(status)) + ": ";
+    const std::string* const claim = claimed_more(findings, cause);
     if (!cause) {
         const bool sought = device.seek_track() && !device.seek_track()->seeks.empty();
         return text + "every frame is delivered" +
-               (sought ? ", and seeks land where they should" : "");
+               (sought ? ", and seeks land where they should" : "") +
+               (claim ? "; but an end may be missing: " + *claim : "");
     }
     const Finding& finding = findings[*cause];
     const std::string loss = status == Status::PARTIAL ? loss_of(device, symptoms.front()) : "";
+    if (claim && says_cut(finding.rule))
+        text += "the end is missing: " + *claim + "; ";
     if (!loss.empty())
         text += loss + ": ";
     const bool told =
@@ -317,9 +354,15 @@ Verdict check(zoflv_host::ExtractorLibrary& plugin, std::shared_ptr<zoflv_host::
             progress(item->tag.offset, walker.file_size());
     }
     const DeviceReport& report = run.finish();
-    Verdict verdict =
-        judge(report, findings.finish({facts_of(report.audio), facts_of(report.video)}));
+    std::vector<Finding> found = findings.finish(
+        {facts_of(report.audio, options.profile), facts_of(report.video, options.profile)});
+    for (Finding& finding : found) {
+        if (finding.rule == Rule::FILE_NO_HEADER)
+            finding.detail = read_first_bytes(bytes).text;
+    }
+    Verdict verdict = judge(report, std::move(found));
     verdict.size = done;
+    verdict.read_failed = source->failed_reads() > 0;
     return verdict;
 }
 

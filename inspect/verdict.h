@@ -42,6 +42,8 @@ struct Verdict {
     std::vector<Finding> findings;
     std::vector<Symptom> symptoms; ///< the most serious one first; none of a sound file
     int64_t size = 0;              ///< of the file, bytes
+    /// A read failed, of the walk or of the plugin: what was seen says nothing of the file.
+    bool read_failed = false;
 
     /// Whether `zoflv repair` can cure every error; nothing of a sound file.
     std::optional<bool> curable() const;

@@ -22,6 +22,23 @@ namespace {
 
 constexpr double NOT_A_NUMBER = std::numeric_limits<double>::quiet_NaN();
 const Bytes PPS = hex("68 CE 3C 80");
+const Bytes HIGH_444_SPS = Bits()
+                               .raw(hex("67 F4 00 1E"))
+                               .ue(0)
+                               .ue(3)
+                               .u(1, 0)
+                               .ue(0)
+                               .ue(0)
+                               .u(2, 0)
+                               .ue(0)
+                               .ue(2)
+                               .ue(1)
+                               .u(1, 0)
+                               .ue(19)
+                               .ue(14)
+                               .u(4, 0xC)
+                               .trailing()
+                               .bytes(); // 320 x 240
 const Bytes MP3_FRAME = mp3_tag(fill(60));
 const Bytes H263_FRAME = hex("12 00 00 80 01 00 00"); // 352 x 288
 
@@ -381,6 +398,13 @@ const std::vector<Row> CODECS = {
     {"aac.channels_0", [](Made& m) { m.set(m.pieces[1], aac_config_tag(hex("12 00"))); }},
     {"aac.channels_7", [](Made& m) { m.set(m.pieces[1], aac_config_tag(hex("12 38"))); }},
     {"avc.sps_unread", [](Made& m) { m.pieces[0].body[5 + 8] = 0x27; }},
+    {"avc.size_misread",
+     [](Made& m) { m.set(m.pieces[0], avc_config_tag(avc_record({HIGH_444_SPS}, {PPS}))); }},
+    {"avc.size_misread",
+     [](Made& m) {
+         m.set(m.pieces[0], avc_config_tag(avc_record({HIGH_444_SPS}, {PPS})));
+         m.facts.video = {true, -1004, 0};
+     }},
     {"avc.config_bad", [](Made& m) { m.set(m.pieces[0], cut(m.pieces[0].body, 20)); }},
     {"avc.no_config", [](Made& m) { m.pieces.erase(m.pieces.begin()); }},
     {"avc.late_config",

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <zoflv_host/device_control.h>
@@ -105,13 +106,37 @@ TEST(InspectVerdict, SaysWhatIsLostAndWhy)
                  "has, and it is not played (header.hides)"},
         {shortened, "partial: half of it cannot be reached: the file says 4.011 s and has 8.011 s "
                     "(duration.short)"},
-        {cut(whole, whole.size() * 6 / 10), "partial: 1 of 121 video frames is lost: the file ends "
-                                            "inside its last tag, which is lost: "
-                                            "125 of 292 bytes (tag.cut)"},
+        {cut(whole, whole.size() * 6 / 10),
+         "partial: the end is missing: the file says 8.023 s and has 4.800 s; 1 of 121 video "
+         "frames "
+         "is lost: the file ends inside its last tag, which is lost: 125 of 292 bytes (tag.cut)"},
+        {cut(whole, whole.size() * 6 / 10 - 11 - 125),
+         "sound: every frame is delivered, and seeks land where they should; but an end may be "
+         "missing: the file says 8.023 s and has 4.783 s"},
         {{}, "refused: the file has no bytes (file.empty)"},
+        {cat({{'R', 'I', 'F', 'F'}, fill(99)}),
+         "refused: the file does not begin with an FLV header, and is not taken for FLV: it begins "
+         "as an AVI or WAV file does (file.no_header)"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(verdict_of(c.file).sentence(), c.text);
+}
+
+// A read that fails, of the walk or of the plugin: nothing is the file's fault then.
+TEST(InspectVerdict, SaysThatReadsFailed)
+{
+    const zoflv_host::ScopedLogSink silent([](int, const std::string&, const std::string&) {});
+    const Bytes file = sample("audio_aac");
+    for (const uint64_t fail_at : {0, 1, 2, 20, 500, 100000}) {
+        for (const bool sticky : {false, true}) {
+            zoflv_host::MemoryFaults faults;
+            faults.fail_at = fail_at;
+            faults.sticky = sticky;
+            const auto source = std::make_shared<zoflv_host::MemoryDataSource>(file, faults);
+            const Verdict verdict = check(*plugin, source);
+            EXPECT_EQ(verdict.read_failed, fail_at > 0 && source->reads() >= fail_at) << fail_at;
+        }
+    }
 }
 
 TEST(InspectVerdict, OfCutFiles)
@@ -129,3 +154,24 @@ TEST(InspectVerdict, OfCutFiles)
     for (size_t length = 0; length <= whole.size(); ++length)
         expect_consistent(verdict_of(cut(whole, length), options), std::to_string(length));
 }
+
+class InspectVerdictOf : public testing::TestWithParam<const char*> {};
+
+// Each sample cut after every byte with ZOFLV_EXHAUSTIVE, which takes long; else after some.
+TEST_P(InspectVerdictOf, CutSample)
+{
+    const Bytes whole = sample(GetParam());
+    ASSERT_GT(whole.size(), 4000U);
+    const size_t step = std::getenv("ZOFLV_EXHAUSTIVE") ? 1 : whole.size() / 7;
+    DeviceOptions options;
+    options.seeks = 4;
+    for (size_t length = 0; length < whole.size(); length += step)
+        expect_consistent(verdict_of(cut(whole, length), options), std::to_string(length));
+}
+
+INSTANTIATE_TEST_SUITE_P(Samples, InspectVerdictOf,
+                         testing::Values("audio_aac", "audio_alaw", "audio_mp3", "audio_speex",
+                                         "avc_aac_index", "avc_bframes_mp3", "avc_slices",
+                                         "h263_mp3", "screen2_nellymoser", "screen_pcm",
+                                         "video_only"),
+                         [](const auto& one) { return std::string(one.param); });

@@ -166,7 +166,8 @@ std::string text_of(const zi::TrackReport& track)
             zi::grouped(static_cast<int64_t>(track.frames.delivered)) + " of " +
             zi::counted(track.frames.expected, "frame");
     if (track.frames.foreign > 0)
-        text += ", and " + zi::counted(track.frames.foreign, "false frame");
+        text += ", and " + zi::grouped(static_cast<int64_t>(track.frames.foreign)) +
+                " that are none of its frames";
     if (const zi::SeekTest* seeks = track.seeks_in(zi::SeekMode::PREVIOUS))
         text += textf(", %zu of %zu seeks", seeks->hits(), seeks->landings.size());
     if (track.index >= 0 && !track.device_plays)
@@ -194,6 +195,16 @@ std::string text_of(const zi::Finding& finding)
         text +=
             std::string("           Plays elsewhere, not here, because ") + rule.elsewhere + ".\n";
     return text + "           " + rule.remedy + '\n';
+}
+
+/// What to say of a file of which a read failed.
+std::string unread(const zi::Verdict& verdict)
+{
+    for (const zi::Finding& finding : verdict.findings) {
+        if (finding.rule == zi::Rule::FILE_READ_FAILED)
+            return textf("cannot be read from byte %" PRId64 " on", finding.offset);
+    }
+    return "a read failed while it was played";
 }
 
 void print(const std::string& file, const zi::Verdict& verdict)
@@ -276,6 +287,8 @@ private:
         const Json made_by = record ? made_by_of(*source) : Json();
         if (timed && timed->expired())
             throw Timeout(m_options.timeout_s);
+        if (verdict.read_failed)
+            throw Failure(EXIT_USAGE, unread(verdict));
         ++m_counts[static_cast<size_t>(verdict.status)];
         if (verdict.status != zi::Status::SOUND)
             m_worst = std::max<int>(m_worst, EXIT_BAD_FILE);
@@ -321,8 +334,8 @@ Command add_check(CLI::App& app)
         "should; it is refused when nothing plays, and else partial. Each finding has a code, "
         "explained\n"
         "in docs/findings.md; an error is the reason of what was seen.",
-        "0 all sound; 1 a file is not; 2 wrong usage, or a file, the plugin or the output\n"
-        "cannot be opened or written",
+        "0 all sound; 1 a file is not, or was not done in time; 2 wrong usage, or a file cannot\n"
+        "be read, the plugin not loaded or the output not written",
     };
     const auto options = std::make_shared<CheckOptions>();
     CLI::App* command = add_command(app, "check", help);

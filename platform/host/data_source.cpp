@@ -30,8 +30,12 @@ DataSource::DataSource()
 ssize_t DataSource::record_read_at(void* handle, off64_t offset, void* data, size_t size)
 {
     // A larger count could not be told from a failure.
-    return static_cast<DataSource*>(handle)->read_at(
-        offset, data, std::min(size, static_cast<size_t>(SSIZE_MAX)));
+    auto* self = static_cast<DataSource*>(handle);
+    const ssize_t count =
+        self->read_at(offset, data, std::min(size, static_cast<size_t>(SSIZE_MAX)));
+    if (count < 0 && offset >= 0)
+        self->m_failed_reads.fetch_add(1, std::memory_order_relaxed);
+    return count;
 }
 
 status_t DataSource::record_get_size(void* handle, off64_t* size)

@@ -37,6 +37,8 @@ public:
     uint64_t reads() const { return counts().reads; }
     /// Bytes that those calls delivered.
     uint64_t bytes() const { return counts().bytes; }
+    /// Calls of `readAt` so far that failed, at a position where a file can have bytes.
+    uint64_t failed_reads() const { return m_failed_reads.load(std::memory_order_relaxed); }
     /// Calls of `getSize` so far.
     uint64_t size_queries() const { return m_size_queries.load(std::memory_order_relaxed); }
     /// All that reads have cost so far.
@@ -56,6 +58,7 @@ private:
 
     android::CDataSource m_record;
     std::atomic<uint64_t> m_size_queries{0};
+    std::atomic<uint64_t> m_failed_reads{0};
 };
 
 class FileWindows;
