@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "inspect/head.h"
 
+#include "inspect/demuxer_query.h"
 #include "inspect/walker.h"
 
 #include <algorithm>
@@ -15,6 +16,9 @@ constexpr int max_tags = 100; // as many as the demuxer looks at for a stream
 constexpr size_t window = 16 * 1024;
 constexpr uint32_t aac_header = 2; // bytes before an AudioSpecificConfig
 constexpr uint8_t codec_aac = 10;
+constexpr uint8_t codec_vp6 = 4;
+constexpr uint8_t codec_vp6_alpha = 5;
+constexpr uint8_t codec_avc = 7;
 
 /// The beginning of a source, so that a walk over damage ends soon.
 class Beginning : public ByteSource {
@@ -62,6 +66,23 @@ bool take_audio(Head* head, TagWalker* walker, const Tag& tag)
     return true;
 }
 
+/// Returns whether later video tags can tell no more.
+bool take_video(Head* head, TagWalker* walker, const Tag& tag)
+{
+    constexpr uint32_t enough = 64; // for a frame's header
+    const BodyInfo& body = tag.body;
+    if (!body.known || body.enhanced)
+        return body.known;
+    const bool avc = body.codec.number == codec_avc;
+    if (avc && body.packet != Packet::CONFIG)
+        return false;
+    const View view = walker->body(tag, 0, avc ? tag.stored : enough);
+    const ReadStream stream = ask_stream(TAG_VIDEO, view);
+    head->video_sized = stream.opened && stream.width > 0 && stream.height > 0;
+    const bool vp6 = body.codec.number == codec_vp6 || body.codec.number == codec_vp6_alpha;
+    return head->video_sized || !vp6; // of which it is in keyframes alone
+}
+
 } // namespace
 
 Head read_head(ByteSource& source)
@@ -70,6 +91,7 @@ Head read_head(ByteSource& source)
     Beginning beginning(source);
     TagWalker walker(beginning, window);
     bool audio_done = false;
+    bool video_done = false;
     for (int tags = 0; tags < max_tags;) {
         const Item* const item = walker.next();
         if (!item || item->kind == ItemKind::END)
@@ -84,7 +106,9 @@ Head read_head(ByteSource& source)
             take_script(&head, &walker, tag);
         else if (tag.audio() && !audio_done)
             audio_done = take_audio(&head, &walker, tag);
-        if (head.metadata_tag && audio_done)
+        else if (tag.video() && !video_done)
+            video_done = take_video(&head, &walker, tag);
+        if (head.metadata_tag && audio_done && video_done)
             break;
     }
     return head;

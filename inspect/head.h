@@ -19,6 +19,7 @@ struct Head {
     std::optional<Tag> metadata_tag;  ///< the first script tag of the event onMetaData
     ScriptTree metadata;              ///< its body
     std::vector<uint8_t> aac_config;  ///< the first AudioSpecificConfig; empty: none
+    bool video_sized = false;         ///< a video tag's own header has the picture size
 };
 
 /// Reads a bounded part of a file's beginning, whatever is in it: the largest tag, and some more.

@@ -101,17 +101,13 @@ Json aac_profile(const Head& head)
 }
 
 /// Adds what the demuxer found of a video stream.
-void add_video(Json* object, const FlvFile& file, int stream)
+void add_video(Json* object, const FlvFile& file, const Head& head, int stream)
 {
-    // Codecs whose own header has the picture's size.
-    constexpr const char* sized[] = {"h264", "FLV1", "scrn", "scr2", "vp6 ", "vp6a"};
     ZOFLVD_INFO_VID v{};
     zoflvd_get_info_vid(file.handle(), stream, &v);
     const Json codec_data = codec_data_json(file, stream);
     const std::string codec = codec_text(v.fourcc);
-    const bool own =
-        v.valid != 0 && std::find(std::begin(sized), std::end(sized), codec) != std::end(sized);
-    const char* const size_source = own ? "codec header" : "metadata";
+    const char* const size_source = head.video_sized ? "codec header" : "metadata";
     object->update({{"recognised", v.valid != 0},
                     {"width", v.width},
                     {"height", v.height},
@@ -167,7 +163,7 @@ Json stream_json(const FlvFile& file, const Head& head, int stream)
                    {"codec", codec_text(code)},
                    {"codec_code", code}};
     if (video)
-        add_video(&object, file, stream);
+        add_video(&object, file, head, stream);
     else
         add_audio(&object, file, head, stream);
     return object;
