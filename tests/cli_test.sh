@@ -85,7 +85,16 @@ done
 { cat "$sample"; head -c 500 /dev/zero; } >"$tmp/tail"; expect 0 tags "$tmp/tail"; holds "lost  *500 bytes: zeros"
 expect 0 info --scan "$tmp/tail"; holds "500 bytes in 1 range"; expect 0 info --scan --json "$tmp/tail"; holds '"lost":{"ranges":1,"bytes":500'
 expect 0 tags --json "$samples/avc_slices.flv"; expect 0 tags --script --json "$samples"/*.flv; holds '"name":"duration","type":"number"'
-expect 0 tags --script "$sample"; holds "duration: number"; expect 1 tags --json "$0"; told "no tag was found"; expect 2 tags "$tmp/none" "$tmp/folder"
+expect 0 tags --script "$sample"; holds "duration: number"; expect 1 tags --json "$0"; told 'begins with the text "#!/bin/sh"'; expect 2 tags "$tmp/none" "$tmp/folder"
+: >"$tmp/nothing"; expect 1 tags "$tmp/nothing"; holds "end, empty file"; told "it is empty"
+head -c 13 "$sample" >"$tmp/header"; expect 1 tags "$tmp/header"; holds "end, after the header"; told "zoflv check tells"
+# Each file has an object, whatever becomes of it.
+for c in frames "frames --demuxer" "frames --summary" seek "seek 1"; do
+    expect 2 $c --json "$0" "$tmp/none" "$sample"; told "begins with the text"
+    grep -q "$0\",\"status\":\"refused\",\"reason\":\"[^\"]" "$tmp/out" || fail "no object of a refused file"
+    holds 'none","status":"failed","reason":"[^"]'; holds "$sample"
+done
+expect 2 tags --json "$tmp/none"; holds 'none","status":"failed"'
 expect 1 info --scan "$tmp/bad"; holds "counted over the whole file" # of a refused file too
 { # two frames of PCM, the second larger than the track's buffer
     printf 'FLV\1\4\0\0\0\011\0\0\0\0\010\0\0\002\0\0\0\0\0\0\0\066\1\0\0\0\015\010\011\0\0\0\0\0\0\0\0\0\066'
@@ -166,6 +175,7 @@ from_0_on_is_needed,_not_"-1" frames --track=-1 $sample
 "-5"_is_no_time seek $sample -5
 "1:60"_is_no_time seek $sample 1:60
 no_file_named seek 1
+--seeks_needs_a_value check $sample --seeks
 previous,_next seek $sample 1 --mode x
 EOF
 for c in info check report repair frames seek extract tags; do

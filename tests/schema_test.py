@@ -22,7 +22,7 @@ CALLS = {
     "frames": [["FILES"], ["--demuxer", "FILES"], ["--summary", "FILES"]],
     "tags": [["FILES"], ["--script", "FILES"]],
     "repair": [["--dry-run", "FILES"], ["--dry-run", "--always", "--join-gaps", "FILES"]],
-    "seek": [["--mode", "all", "FILES", "0", "1.5", "2:00"]],
+    "seek": [["--mode", "all", "FILES", "0", "1.5", "2:00"], ["--seeks", "2", "FILES"]],
 }
 
 DAMAGED = ["audio_mp3", "avc_aac_index", "h263_mp3"]
@@ -33,6 +33,7 @@ DAMAGE = {
     "empty": lambda data: b"",
     "hole": lambda data: data[:5000] + bytes(3000) + data[8000:],
     "flags": lambda data: data[:4] + b"\0" + data[5:],
+    "text": lambda data: b"no FLV at all",
     "metadata": lambda data: data[:30] + b"\x03" + data[31:],
     "version": lambda data: data[:3] + b"\2" + data[4:],
 }

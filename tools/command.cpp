@@ -162,6 +162,9 @@ std::string usage_message(const CLI::App& app, int argc, const char* const* argv
         if (is_negative_number(words[i]) && words[i - 1].compare(0, 2, "--") == 0)
             return words[i - 1] + ": a number from 0 on is needed, not \"" + words[i] + "\"";
     }
+    const bool option_last = !words.empty() && words.back().compare(0, 1, "-") == 0;
+    if (option_last && error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ArgumentMismatch))
+        return words.back() + " needs a value (" + name + " --help shows the usage)";
     const std::vector<std::string> rest = app.remaining(true);
     if (!rest.empty())
         return unexpected(rest.front(), name);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/file.h"
 
-#include "tools/output.h"
+#include "inspect/first_bytes.h"
 
 #include <zoflv_host/extractor.h>
 
@@ -41,6 +41,14 @@ std::string reason(int code, const LogTap& log)
                                   : zoflv_host::status_text(static_cast<media_status_t>(code));
 }
 
+Failure not_flv(zoflv_host::DataSource& source, const std::string& why)
+{
+    zoflv_inspect::HostSource bytes(source);
+    const zoflv_inspect::FirstBytes seen = zoflv_inspect::read_first_bytes(bytes);
+    return {EXIT_BAD_FILE, "not readable as FLV: " + (seen.text.empty() ? why : seen.text) +
+                               (seen.other ? "" : " (zoflv check tells more)")};
+}
+
 std::unique_ptr<zoflv_host::DataSource> open_source(const std::string& path)
 {
     std::string why;
@@ -72,7 +80,7 @@ FlvFile::FlvFile(const std::string& path, LogTap& log) : m_log(log), m_source(op
     int rc = ZOFLV_OK;
     m_handle.reset(zoflvd_create(&m_mfal, &unknown_duration, &m_info, &rc));
     if (!m_handle)
-        throw Failure(EXIT_BAD_FILE, "not readable as FLV: " + reason(rc, log));
+        throw not_flv(*m_source, reason(rc, log));
 }
 
 int64_t FlvFile::size() const

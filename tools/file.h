@@ -5,6 +5,7 @@
 
 #include "libextractor/mfal/zocmn_mfal_android_q.h"
 #include "tools/log.h"
+#include "tools/output.h"
 #include "zoflv/dmx/zoflvd.h"
 #include "zoflv/dmx/zoflvd_metadata.h"
 
@@ -18,6 +19,9 @@
 /// What went wrong, for a message: what the log tells, else the code in words.
 /// @param code  a result code of the demuxer or a status of the plugin
 std::string reason(int code, const LogTap& log);
+
+/// The failure of a file that is not readable as FLV: what its first bytes say, else the reason.
+Failure not_flv(zoflv_host::DataSource& source, const std::string& why);
 
 /// Throws Failure when the file cannot be opened.
 std::unique_ptr<zoflv_host::DataSource> open_source(const std::string& path);

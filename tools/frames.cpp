@@ -180,6 +180,20 @@ void list_frames(FrameReader& reader, const Listing& listing)
                           end.reason);
 }
 
+/// Opens a stream. One that cannot be opened has its end all the same.
+template <typename Open>
+std::unique_ptr<FrameReader> open_reader(const Listing& listing, const Open& open)
+{
+    try {
+        return open();
+    } catch (const Failure& failure) {
+        if (listing.options.json)
+            put(listing.begin + ",\"end\":{\"complete\":false,\"at_byte\":null,\"reason\":" +
+                json_text(failure.what()) + "}}\n");
+        throw;
+    }
+}
+
 /// The frames of one track or stream of a file, or of all one after the other.
 void list_file(const std::string& path, const FramesOptions& options, Session& session, int* worst)
 {
@@ -203,8 +217,9 @@ void list_file(const std::string& path, const FramesOptions& options, Session& s
             options, layout, path, begin + textf(",\"%s\":%d", layout.stream, i), i, progress};
         // After one that is damaged the other may be sound.
         attempt(worst, path, [&] {
-            const auto reader =
-                file ? read_stream(*file, path, i) : read_track(*extractor, path, i, log);
+            const auto reader = open_reader(listing, [&] {
+                return file ? read_stream(*file, path, i) : read_track(*extractor, path, i, log);
+            });
             list_frames(*reader, listing);
         });
     }
@@ -219,7 +234,8 @@ int run_frames(const FramesOptions& options, Session& session)
     for (const std::string& path : options.files) {
         if (!options.json && options.files.size() > 1)
             put(printable(path) + ":\n");
-        attempt(&worst, path, [&] { list_file(path, options, session, &worst); });
+        attempt_file(&worst, path, options.json,
+                     [&] { list_file(path, options, session, &worst); });
     }
     return worst;
 }

@@ -38,16 +38,16 @@ PluginPtr load_plugin(std::string path)
 
 ExtractorPtr open_extractor(const PluginPtr& plugin, const std::string& path, LogTap& log)
 {
-    std::shared_ptr<zoflv_host::DataSource> source = open_source(path);
+    const std::shared_ptr<zoflv_host::DataSource> source = open_source(path);
     log.reset();
     std::string why;
-    ExtractorPtr extractor = plugin->open(std::move(source), &why);
+    ExtractorPtr extractor = plugin->open(source, &why);
     if (!extractor)
-        throw Failure(EXIT_BAD_FILE, "not readable as FLV: " + why);
+        throw not_flv(*source, why);
+    if (extractor->count_tracks() == 0 && log.plugin_code() != 0)
+        throw not_flv(*source, reason(log.plugin_code(), log));
     if (extractor->count_tracks() == 0)
-        throw Failure(EXIT_BAD_FILE, (log.plugin_code() != 0 ? "not readable as FLV: "
-                                                             : "the plugin gives no track: ") +
-                                         reason(log.plugin_code(), log));
+        throw Failure(EXIT_BAD_FILE, "the plugin gives no track: " + reason(0, log));
     return extractor;
 }
 

@@ -151,8 +151,8 @@ void seek_file(const SeekFile& file, const SeekOptions& options, Session& sessio
     const ExtractorPtr extractor = open_extractor(session.plugin(), file.path, session.log());
     const int count = static_cast<int>(extractor->count_tracks());
     for (const int track : select_numbers("track", options.track, count))
-        attempt(worst, file.path,
-                [&] { seek_track(*extractor, track, file, options, session.log(), worst); });
+        attempt_file(worst, file.path, options.json,
+                     [&] { seek_track(*extractor, track, file, options, session.log(), worst); });
 }
 
 /// Files and times come in any order. What looks like a time and is neither is told at once.
@@ -190,7 +190,7 @@ int run_seek_test(const SeekOptions& options, const std::vector<std::string>& fi
     for (const std::string& path : files) {
         if (!options.json && files.size() > 1)
             put(printable(path) + ":\n");
-        attempt(&worst, path, [&] { test_seeks(path, test, session); });
+        attempt_file(&worst, path, options.json, [&] { test_seeks(path, test, session, &worst); });
     }
     return worst;
 }
@@ -211,7 +211,9 @@ int run_seek(const SeekOptions& options, Session& session)
             put(textf("%5s  %-12s %12s %12s %12s %6s %9s %7s %9s  %s\n", "track", "mode",
                       "target (s)", "landed (s)", "off by (s)", "reads", "bytes", "+reads",
                       "+bytes", "status"));
-        attempt(&worst, path, [&] { seek_file({path, targets_us}, options, session, &worst); });
+        attempt_file(&worst, path, options.json, [&] {
+            seek_file({path, targets_us}, options, session, &worst);
+        });
     }
     return worst;
 }

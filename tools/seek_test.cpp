@@ -63,19 +63,25 @@ void print(int track, zi::SeekMode mode, const zi::SeekLanding& landing)
               landing.hit ? "hit" : "miss"));
 }
 
+/// Throws Failure when nothing plays.
 zi::DeviceReport play(const std::string& file, const SeekTestOptions& options, Session& session)
 {
-    std::shared_ptr<zoflv_host::DataSource> source = open_source(file);
+    const std::shared_ptr<zoflv_host::DataSource> source = open_source(file);
     Progress progress(file, zi::HostSource(*source).size(), !session.quiet());
     zi::HostSource bytes(*source);
     zi::TagWalker walker(bytes);
-    zi::DeviceRun run(*session.plugin(), std::move(source), options.device);
+    zi::DeviceRun run(*session.plugin(), source, options.device);
     while (const zi::Item* item = walker.next()) {
         run.see(*item, walker);
         if (item->kind == zi::ItemKind::TAG)
             progress.at(item->tag.offset);
     }
-    return run.finish();
+    const zi::DeviceReport& report = run.finish();
+    if (!report.opened)
+        throw not_flv(*source, report.open.text);
+    if (!report.seek_track())
+        throw Failure(EXIT_BAD_FILE, "no track plays (zoflv check tells why)");
+    return report;
 }
 
 void show_track(const std::string& file, const zi::TrackReport& track, bool judged,
@@ -113,12 +119,11 @@ std::string text_of(const Faults& faults, const SeekTestOptions& options)
 
 } // namespace
 
-void test_seeks(const std::string& file, const SeekTestOptions& options, Session& session)
+void test_seeks(const std::string& file, const SeekTestOptions& options, Session& session,
+                int* worst)
 {
     const zi::DeviceReport report = play(file, options, session);
     const zi::TrackReport* const judged = report.seek_track();
-    if (!judged)
-        throw Failure(EXIT_BAD_FILE, "no track plays (zoflv check tells why)");
     Faults faults;
     if (!options.json)
         put(textf("%5s  %-12s %12s %12s %12s %6s %9s %7s %9s\n", "track", "mode", "target (s)",
@@ -129,5 +134,5 @@ void test_seeks(const std::string& file, const SeekTestOptions& options, Session
     }
     const std::string text = text_of(faults, options);
     if (!text.empty())
-        throw Failure(EXIT_BAD_FILE, text);
+        attempt(worst, file, [&] { throw Failure(EXIT_BAD_FILE, text); });
 }

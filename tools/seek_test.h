@@ -17,6 +17,8 @@ struct SeekTestOptions {
     bool json = false;
 };
 
-/// Tests a file and prints each landing. Throws Failure when nothing plays, or when seeks miss, or
-/// miss or cost more than they may.
-void test_seeks(const std::string& file, const SeekTestOptions& options, Session& session);
+/// Tests a file and prints each landing; complains when seeks miss, or miss or cost more than they may.
+/// Throws Failure when nothing plays.
+/// @param worst  raised to the exit code of a complaint
+void test_seeks(const std::string& file, const SeekTestOptions& options, Session& session,
+                int* worst);

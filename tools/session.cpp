@@ -2,6 +2,7 @@
 #include "tools/session.h"
 
 #include <fstream>
+#include <new>
 #include <sstream>
 
 namespace {
@@ -23,6 +24,30 @@ zoflv_inspect::DeviceProfile read_device(const std::string& path)
 }
 
 } // namespace
+
+void attempt_file(int* worst, const std::string& file, bool json, const std::function<void()>& work)
+{
+    const auto tell = [&](const char* status, const char* reason) {
+        if (json)
+            put_line({{"schema_version", schema_version},
+                      {"file", file},
+                      {"status", status},
+                      {"reason", reason}});
+    };
+    attempt(worst, file, [&] {
+        try {
+            work();
+        } catch (const OutputFailure&) {
+            throw;
+        } catch (const Failure& failure) {
+            tell(failure.code() == EXIT_BAD_FILE ? "refused" : "failed", failure.what());
+            throw;
+        } catch (const std::bad_alloc&) {
+            tell("failed", "out of memory");
+            throw;
+        }
+    });
+}
 
 Session::Session(const SharedOptions& options)
     : m_options(options), m_log(options.verbose), m_device(read_device(options.device))

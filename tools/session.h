@@ -8,6 +8,7 @@
 #include "tools/log.h"
 #include "tools/output.h"
 
+#include <functional>
 #include <string>
 
 /// Of every JSON object that the command prints.
@@ -24,6 +25,11 @@ public:
 private:
     std::string m_subject;
 };
+
+/// Does the work on a file as attempt() does; with `json`, what fails has its object on stdout too:
+/// "file", "status" (refused: it is no FLV; failed: it was not looked at) and "reason".
+void attempt_file(int* worst, const std::string& file, bool json,
+                  const std::function<void()>& work);
 
 /// The options that all subcommands share.
 struct SharedOptions {

@@ -25,6 +25,14 @@ static_assert(std::size(LOST_NAMES) == static_cast<size_t>(LostKind::ID3) + 1, "
 static_assert(std::size(END_NAMES) == static_cast<size_t>(EndKind::READ_FAILED) + 1,
               "one per kind");
 
+/// @param any  whether the file has a tag
+const char* end_name(const End& end, bool any)
+{
+    if (end.kind == EndKind::AFTER_TAG && !any)
+        return end.offset == 0 ? "empty file" : "after the header";
+    return END_NAMES[static_cast<size_t>(end.kind)];
+}
+
 /// The codec's name, made again only when it changes.
 class CodecText {
 public:
@@ -55,7 +63,7 @@ public:
     virtual void tag(const Tag& tag) = 0;
     virtual void script(const Tag& tag, const ScriptTree& tree) = 0;
     virtual void lost(const LostRange& lost) = 0;
-    virtual void end(const End& end) = 0;
+    virtual void end(const End& end, bool any) = 0; ///< whether the file has a tag
     void flush() { m_out.flush(); }
 
 protected:
@@ -151,9 +159,9 @@ public:
                                                 : "no tag");
         m_out.end_line();
     }
-    void end(const End& end) override
+    void end(const End& end, bool any) override
     {
-        offset(end.offset).text("end, ").text(END_NAMES[static_cast<size_t>(end.kind)]).end_line();
+        offset(end.offset).text("end, ").text(end_name(end, any)).end_line();
     }
 
 private:
@@ -281,11 +289,11 @@ public:
         flag("tag_header", lost.tag_header);
         m_out.text("}").end_line();
     }
-    void end(const End& end) override
+    void end(const End& end, bool any) override
     {
         record("end", end.offset);
-        flag("complete", end.kind == EndKind::AFTER_TAG);
-        m_out.text(",\"reason\":\"").text(END_NAMES[static_cast<size_t>(end.kind)]).text("\"}");
+        flag("complete", end.kind == EndKind::AFTER_TAG && end.offset > 0);
+        m_out.text(",\"reason\":\"").text(end_name(end, any)).text("\"}");
         m_out.end_line();
     }
 
@@ -315,10 +323,9 @@ private:
     std::string m_begin; ///< of every line
 };
 
-void list_tags(const TagsOptions& options, const std::string& path)
+void list_tags(const TagsOptions& options, const std::string& path, zoflv_host::DataSource& data)
 {
-    const auto data = open_source(path);
-    HostSource source(*data);
+    HostSource source(data);
     TagWalker walker(source);
     std::unique_ptr<Listing> listing;
     if (options.json)
@@ -351,7 +358,7 @@ void list_tags(const TagsOptions& options, const std::string& path)
             listing->lost(item->lost);
             break;
         case ItemKind::END:
-            listing->end(item->end);
+            listing->end(item->end, any);
             break;
         }
     }
@@ -360,7 +367,7 @@ void list_tags(const TagsOptions& options, const std::string& path)
         throw Failure(EXIT_BAD_FILE, textf("cannot be read from byte %lld on",
                                            static_cast<long long>(walker.file_size())));
     if (!any)
-        throw Failure(EXIT_BAD_FILE, "not readable as FLV: no tag was found");
+        throw not_flv(data, "no tag was found");
 }
 
 } // namespace
@@ -384,7 +391,10 @@ Command add_tags(CLI::App& app)
     return {command, [options](Session&) {
                 int worst = EXIT_FINE;
                 for (const std::string& file : options->files)
-                    attempt(&worst, file, [&] { list_tags(*options, file); });
+                    attempt_file(&worst, file, options->json, [&] {
+                        const auto data = open_source(file);
+                        attempt(&worst, file, [&] { list_tags(*options, file, *data); });
+                    });
                 return worst;
             }};
 }
