@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // A whole file through the tag walker, the script tree, the totals and the findings.
 #include "fuzz/fuzz.h"
+#include "fuzz/trail_check.h"
 #include "fuzz/walk.h"
 #include "inspect/codec_names.h"
 #include "inspect/findings.h"
@@ -146,5 +147,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     WALK_CHECK(scan.video.tags + scan.audio.tags + scan.script.tags + scan.other_tags == tags);
     WALK_CHECK(scan.duration_ms() >= 0);
     check_findings(source, window, seed);
+    check_trails(data, size);
     return 0;
 }

@@ -38,6 +38,8 @@ public:
     /// AVC frames so far in a stream without any configuration: nothing came after them to make them
     /// count, and nothing that they would be before.
     uint64_t unconfigured() const { return m_configured ? 0 : m_early; }
+    /// Bytes of the length before each NAL unit, 0 before the first configuration.
+    uint32_t avc_length_size() const { return m_configured ? m_length_size : 0; }
 
 private:
     std::optional<ExpectedFrame> expect_avc(const Tag& tag, TagWalker& walker);

@@ -19,7 +19,8 @@ bool FramePlaces::pull()
         const Tag& tag = item->tag;
         if (m_kind == Kind::VIDEO ? !tag.video() : !tag.audio())
             continue;
-        if (const auto frame = m_rules.expect(tag, m_walker)) {
+        const auto frame = m_rules.expect(tag, m_walker);
+        if (frame && frame->offset >= m_from) {
             m_waiting.push_back({*frame, tag.pts_ms() * us_per_ms});
             return true;
         }
@@ -37,17 +38,23 @@ void FramePlaces::drop_front()
 
 std::optional<FramePlace> FramePlaces::find(int64_t time_us, uint64_t size)
 {
+    std::optional<size_t> found;
     for (size_t i = 0; i < m_waiting.size() || (i < look_ahead && pull()); ++i) {
         const ExpectedFrame& frame = m_waiting[i].frame;
-        if (frame.dts_ms * us_per_ms != time_us || frame.size != size)
-            continue;
-        const FramePlace place{frame.offset, m_waiting[i].pts_us, frame.keyframe};
-        for (; i > 0; --i)
-            drop_front();
-        m_waiting.pop_front();
-        return place;
+        if (frame.dts_ms * us_per_ms == time_us && frame.size == size)
+            found = i;
+        // Configurations, which need not come, can look like the frame after them.
+        if (found && frame.counts)
+            break;
     }
-    return std::nullopt;
+    if (!found)
+        return std::nullopt;
+    for (size_t i = *found; i > 0; --i)
+        drop_front();
+    const Waiting& waiting = m_waiting.front();
+    const FramePlace place{waiting.frame.offset, waiting.pts_us, waiting.frame.keyframe};
+    m_waiting.pop_front();
+    return place;
 }
 
 std::optional<int64_t> FramePlaces::first_missing()

@@ -25,7 +25,10 @@ struct FramePlace {
 class FramePlaces {
 public:
     /// @param source  outlives this
-    FramePlaces(ByteSource& source, Kind kind) : m_walker(source), m_kind(kind), m_rules(kind) {}
+    /// @param from    offset: frames of tags before it were delivered
+    FramePlaces(ByteSource& source, Kind kind, int64_t from = 0)
+        : m_walker(source), m_kind(kind), m_from(from), m_rules(kind)
+    {}
 
     /// The first tag, after that of the frame found last, whose frame has this time and size;
     /// nothing when there is none near.
@@ -45,6 +48,7 @@ private:
 
     TagWalker m_walker;
     const Kind m_kind;
+    const int64_t m_from;
     FrameRules m_rules;
     std::deque<Waiting> m_waiting; ///< tags after that of the last frame found
     std::optional<int64_t> m_missing;

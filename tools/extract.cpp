@@ -28,7 +28,7 @@ void extract(const ExtractOptions& options, Session& session)
         throw Failure(EXIT_USAGE, "the output would replace it");
     const ExtractorPtr extractor = open_extractor(session.plugin(), options.file, session.log());
     const int index = chosen_track(options, static_cast<int>(extractor->count_tracks()));
-    const auto reader = read_track(*extractor, options.file, index, session.log());
+    const auto reader = read_track(*extractor, index, session.log());
     zoflv_host::Format format;
     extractor->track_format(static_cast<size_t>(index), &format);
     const std::unique_ptr<ElementaryWriter> writer =

@@ -12,8 +12,8 @@ namespace {
 
 class StreamReader : public FrameReader {
 public:
-    StreamReader(const FlvFile& file, const std::string& path, int index)
-        : FrameReader(path,
+    StreamReader(const FlvFile& file, int index)
+        : FrameReader(file.source(),
                       file.info().strm_type[index] == ZOFLV_TAG_VIDEO ? Kind::VIDEO : Kind::AUDIO,
                       1, file.log())
     {
@@ -58,8 +58,8 @@ Kind kind_of(zoflv_host::Extractor& extractor, int track)
 
 class TrackReader : public FrameReader {
 public:
-    TrackReader(zoflv_host::Extractor& extractor, const std::string& path, int index, LogTap& log)
-        : FrameReader(path, kind_of(extractor, index), 10, log),
+    TrackReader(zoflv_host::Extractor& extractor, int index, LogTap& log)
+        : FrameReader(extractor.source(), kind_of(extractor, index), 10, log),
           m_track(start_track(extractor, index, log))
     {}
 
@@ -88,17 +88,33 @@ private:
 
 } // namespace
 
-FrameReader::FrameReader(const std::string& path, Kind kind, int64_t ticks, LogTap& log)
-    : m_log(log), m_kind(kind), m_ticks(ticks), m_source(open_source(path)), m_bytes(*m_source),
-      m_places(m_bytes, kind)
-{}
+FrameReader::FrameReader(zoflv_host::DataSource& source, Kind kind, int64_t ticks, LogTap& log)
+    : m_log(log), m_kind(kind), m_ticks(ticks), m_source(source), m_bytes(source),
+      m_trail(m_bytes, kind)
+{
+    m_source.watch(&m_trail);
+}
+
+/// Goes on without the trail.
+void FrameReader::walk()
+{
+    m_source.watch(nullptr);
+    m_places.emplace(m_bytes, m_kind, m_trail.proven());
+}
 
 bool FrameReader::next(Frame* frame)
 {
     m_rc = read(frame);
     if (m_rc != ZOFLV_OK)
         return false;
-    frame->place = m_places.find(frame->time * m_ticks / 10, frame->size);
+    const int64_t time_us = frame->time * m_ticks / 10;
+    if (!m_places) {
+        frame->place = m_trail.deliver(time_us, frame->size);
+        if (frame->place)
+            return true;
+        walk();
+    }
+    frame->place = m_places->find(time_us, frame->size);
     return true;
 }
 
@@ -122,20 +138,23 @@ Ending FrameReader::ending()
 {
     Ending end;
     end.reason = trouble();
-    end.missing = m_places.first_missing();
+    if (!m_places && end.reason.empty() && m_trail.complete(m_bytes.size()))
+        return end;
+    if (!m_places)
+        walk();
+    end.missing = m_places->first_missing();
     if (end.missing && end.reason.empty())
         end.reason =
             textf("the frame at byte %lld was left out", static_cast<long long>(*end.missing));
     return end;
 }
 
-std::unique_ptr<FrameReader> read_stream(const FlvFile& file, const std::string& path, int index)
+std::unique_ptr<FrameReader> read_stream(const FlvFile& file, int index)
 {
-    return std::make_unique<StreamReader>(file, path, index);
+    return std::make_unique<StreamReader>(file, index);
 }
 
-std::unique_ptr<FrameReader> read_track(zoflv_host::Extractor& extractor, const std::string& path,
-                                        int index, LogTap& log)
+std::unique_ptr<FrameReader> read_track(zoflv_host::Extractor& extractor, int index, LogTap& log)
 {
-    return std::make_unique<TrackReader>(extractor, path, index, log);
+    return std::make_unique<TrackReader>(extractor, index, log);
 }

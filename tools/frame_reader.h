@@ -4,6 +4,7 @@
 #pragma once
 
 #include "inspect/frame_places.h"
+#include "inspect/tag_trail.h"
 #include "tools/file.h"
 #include "tools/framework.h"
 #include "tools/log.h"
@@ -29,7 +30,7 @@ struct Ending {
 
 class FrameReader {
 public:
-    virtual ~FrameReader() = default;
+    virtual ~FrameReader() { m_source.watch(nullptr); }
     FrameReader(const FrameReader&) = delete;
     FrameReader& operator=(const FrameReader&) = delete;
 
@@ -41,8 +42,10 @@ public:
     Ending ending();
 
 protected:
-    /// @param ticks  100-ns units in a unit of time
-    FrameReader(const std::string& path, zoflv_inspect::Kind kind, int64_t ticks, LogTap& log);
+    /// @param source  what the frames are read from
+    /// @param ticks   100-ns units in a unit of time
+    FrameReader(zoflv_host::DataSource& source, zoflv_inspect::Kind kind, int64_t ticks,
+                LogTap& log);
 
     /// Reads the next frame but for its place. Returns ZOFLV_OK, ZOFLV_EOF at the end of the stream,
     /// or what reason() explains.
@@ -51,22 +54,22 @@ protected:
     LogTap& m_log;
 
 private:
+    void walk();
     std::string trouble();
 
     const zoflv_inspect::Kind m_kind;
     const int64_t m_ticks;
-    const std::unique_ptr<zoflv_host::DataSource>
-        m_source; ///< of the walk, beside the reader's own
+    zoflv_host::DataSource& m_source;
     zoflv_inspect::HostSource m_bytes;
-    zoflv_inspect::FramePlaces m_places;
-    int m_rc = 0; ///< of the last read
+    zoflv_inspect::TagTrail m_trail;
+    std::optional<zoflv_inspect::FramePlaces> m_places; ///< when the trail is lost
+    int m_rc = 0;                                       ///< of the last read
 };
 
 /// A stream, as the demuxer reads it, times in 100-ns units. Throws Failure.
 /// @param file  outlives the reader
-std::unique_ptr<FrameReader> read_stream(const FlvFile& file, const std::string& path, int index);
+std::unique_ptr<FrameReader> read_stream(const FlvFile& file, int index);
 
 /// A track, as the framework reads it, times in microseconds. Throws Failure.
-/// @param log  outlives the reader
-std::unique_ptr<FrameReader> read_track(zoflv_host::Extractor& extractor, const std::string& path,
-                                        int index, LogTap& log);
+/// @param extractor  outlives the reader, as does the log
+std::unique_ptr<FrameReader> read_track(zoflv_host::Extractor& extractor, int index, LogTap& log);

@@ -218,7 +218,7 @@ void list_file(const std::string& path, const FramesOptions& options, Session& s
         // After one that is damaged the other may be sound.
         attempt(worst, path, [&] {
             const auto reader = open_reader(listing, [&] {
-                return file ? read_stream(*file, path, i) : read_track(*extractor, path, i, log);
+                return file ? read_stream(*file, i) : read_track(*extractor, i, log);
             });
             list_frames(*reader, listing);
         });

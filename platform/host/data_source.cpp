@@ -35,6 +35,8 @@ ssize_t DataSource::record_read_at(void* handle, off64_t offset, void* data, siz
         self->read_at(offset, data, std::min(size, static_cast<size_t>(SSIZE_MAX)));
     if (count < 0 && offset >= 0)
         self->m_failed_reads.fetch_add(1, std::memory_order_relaxed);
+    if (self->m_watcher)
+        self->m_watcher->take(offset, data, count);
     return count;
 }
 

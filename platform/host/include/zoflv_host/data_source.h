@@ -22,6 +22,34 @@ struct ReadCounts {
     uint64_t system_bytes = 0; ///< that those delivered, what was read ahead included
 };
 
+/// Is told of the reads that begin at a certain offset, one after the other.
+class ReadWatcher {
+public:
+    static constexpr int64_t EVERYWHERE = -1;
+
+    explicit ReadWatcher(int64_t awaited) : m_awaited(awaited) {}
+    virtual ~ReadWatcher() = default;
+    ReadWatcher(const ReadWatcher&) = delete;
+    ReadWatcher& operator=(const ReadWatcher&) = delete;
+
+    void take(int64_t offset, const void* data, ssize_t count)
+    {
+        if (offset == m_awaited || m_awaited == EVERYWHERE)
+            on_read(offset, data, count);
+    }
+
+protected:
+    /// @param offset  of the reads to be told of, or EVERYWHERE
+    void await(int64_t offset) { m_awaited = offset; }
+    /// May read from the source.
+    /// @param data   what the reader got
+    /// @param count  what it was answered
+    virtual void on_read(int64_t offset, const void* data, ssize_t count) = 0;
+
+private:
+    int64_t m_awaited;
+};
+
 /// A source with its platform record. Serves any number of threads at once; outlives every user of
 /// the record.
 class DataSource {
@@ -32,6 +60,10 @@ public:
     DataSource& operator=(const DataSource&) = delete;
 
     android::CDataSource* record() { return &m_record; }
+
+    /// Lets the watcher see each read through the record that ends from now on, or none with null.
+    /// Only while all reads are one thread's.
+    void watch(ReadWatcher* watcher) { m_watcher = watcher; }
 
     /// Calls of `readAt` so far, failed ones included.
     uint64_t reads() const { return counts().reads; }
@@ -57,6 +89,7 @@ private:
     static bool record_get_uri(void* handle, char* uri, size_t capacity);
 
     android::CDataSource m_record;
+    ReadWatcher* m_watcher = nullptr;
     std::atomic<uint64_t> m_size_queries{0};
     std::atomic<uint64_t> m_failed_reads{0};
 };

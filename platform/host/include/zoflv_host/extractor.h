@@ -68,6 +68,7 @@ public:
     /// The plugin's confidence that the source is its own, 0 to 1.
     float confidence() const { return m_confidence; }
     const DataSource& source() const { return *m_source; }
+    DataSource& source() { return *m_source; }
     android::CMediaExtractor* record() { return m_record; }
 
     std::string name() { return m_record->name(m_record->data); }
