@@ -49,6 +49,12 @@ for command in "" $commands; do
     done
 done
 [[ $(completed seek FILE --mode = cl) == $'closest\nclosest-sync' ]] || fail "the modes of a seek are not completed"
+# The README's first example.
+example=$(mktemp -d)
+head -c 100000 "$2/samples/avc_aac_index.flv" >"$example/cut.flv"
+line=$("$program" check "$example/cut.flv" | sed "s|^$example/||; q")
+rm -rf "$example"
+grep -qxF "    $line" "$2/README.md" || fail "README.md: not what is printed: $line"
 if command -v mandoc >/dev/null; then
     mandoc -T lint "$page" >&2 || status=1
 fi
