@@ -4,9 +4,10 @@
 # What ./run, ./test and .ci/run share; read with "." from a POSIX shell after `root` was set to the
 # project's folder. Messages go to stderr, stdout is left to the results.
 
-# What a build of the command and the plugin takes, and what the tests take besides.
+# What a build of the command and the plugin takes, and what the tests take besides. With make g++ optimises
+# across sources on all cores, and does not warn that it does not.
 # shellcheck disable=SC2034 # used by the scripts that read this file
-build_packages="g++ cmake ninja-build libcli11-dev nlohmann-json3-dev zlib1g-dev"
+build_packages="g++ make cmake ninja-build libcli11-dev nlohmann-json3-dev zlib1g-dev"
 # shellcheck disable=SC2034
 test_packages="libgtest-dev mandoc python3 python3-jsonschema jq parallel sqlite3"
 # Besides the compiler for tests on another machine.

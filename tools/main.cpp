@@ -35,7 +35,7 @@ int run(int argc, char** argv)
     SharedOptions shared;
     app.add_flag("-v,--verbose", shared.verbose,
                  "Show the log of the demuxer and the plugin on stderr");
-    app.add_flag("-q,--quiet", shared.quiet, "Show no progress");
+    app.add_flag("-q,--quiet", shared.quiet, "Show no progress and no summary");
     app.add_option("--plugin", shared.plugin, "The plugin to load in place of the one found")
         ->type_name("FILE");
     app.add_option("--device", shared.device,
