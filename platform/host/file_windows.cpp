@@ -23,6 +23,9 @@ constexpr size_t MOST_AHEAD = 64 * KIB;
 constexpr size_t MOST_AROUND = 16 * KIB;
 // A read of so many bytes costs a system call less than it would to copy it twice.
 constexpr size_t LARGE_READ = 32 * KIB;
+// A read of so many bytes stays in the window too, and so does a step of so many: another reader near may
+// want them. More are one reader's frame.
+constexpr size_t SMALL_READ = 4 * KIB;
 // Still in sequence: what a reader skips at most between two reads, when it is not a whole large frame.
 constexpr int64_t SHORT_STEP = 32 * KIB;
 // Still the same reader: a tag of the other stream holds at most 2^24 bytes.
@@ -60,22 +63,23 @@ inline bool within(int64_t start, size_t length, int64_t offset)
     return static_cast<uint64_t>(offset) - static_cast<uint64_t>(start) < length;
 }
 
-inline bool FileWindows::Window::holds(int64_t offset) const
-{
-    return within(start, length, offset);
-}
-
 inline bool FileWindows::Extent::holds(int64_t offset) const
 {
     return within(start.load(RELAXED), length.load(RELAXED), offset);
 }
 
+/// @return the bytes copied, 0 when no part holds the one at the offset
 inline size_t FileWindows::Window::copy(int64_t offset, uint8_t* data, size_t size) const
 {
-    const size_t at = static_cast<size_t>(offset - start);
-    const size_t n = std::min(size, length - at);
-    std::memcpy(data, bytes.get() + at, n);
-    return n;
+    for (const Part& part : parts) {
+        if (!within(part.start, part.length, offset))
+            continue;
+        const size_t at = static_cast<size_t>(offset - part.start);
+        const size_t n = std::min(size, part.length - at);
+        std::memcpy(data, part.bytes.get() + at, n);
+        return n;
+    }
+    return 0;
 }
 
 /// Whether no other thread can be there: an exchange costs as much as the rest of a small read.
@@ -100,13 +104,17 @@ inline FileWindows::Taken FileWindows::take(Window* window)
 }
 
 /// A window that holds the byte at the offset, or null.
-inline FileWindows::Taken FileWindows::take_holding(int64_t offset)
+/// @param done  set to the bytes copied from it, 1 at least
+inline FileWindows::Taken FileWindows::take_and_copy(int64_t offset, uint8_t* data, size_t size,
+                                                     size_t* done)
 {
-    for (size_t i = 0; i < window_count; ++i) {
+    *done = 0;
+    for (size_t i = 0; i < m_extents.size(); ++i) {
         if (!m_extents[i].holds(offset))
             continue;
-        Taken window = take(&m_windows[i]);
-        if (window && window->holds(offset)) // it may have moved meanwhile
+        Taken window = take(&m_windows[i / part_count]);
+        *done = window ? window->copy(offset, data, size) : 0;
+        if (*done > 0) // it may have moved meanwhile
             return window;
     }
     return nullptr;
@@ -190,23 +198,48 @@ ssize_t FileWindows::read_system(int64_t offset, uint8_t* data, size_t size, uin
     return static_cast<ssize_t>(done);
 }
 
+/// The part that a window fills next, with memory; null when there is none.
+FileWindows::Part* FileWindows::next_part(Window* window)
+{
+    Part* const part = &window->parts[window->next];
+    if (!part->bytes)
+        part->bytes.reset(new (std::nothrow) uint8_t[MOST_AHEAD]);
+    return part->bytes ? part : nullptr;
+}
+
+/// Says what the window's next part was filled with.
 void FileWindows::set_content(Window* window, int64_t start, size_t length)
 {
-    window->start = start;
-    window->length = length;
+    const size_t index = window->next;
+    window->parts[index].start = start;
+    window->parts[index].length = length;
+    window->next = (index + 1) % part_count;
     window->filled.store(m_fills.fetch_add(1, RELAXED) + 1, RELAXED);
-    Extent& extent = m_extents[static_cast<size_t>(window - m_windows.data())];
+    Extent& extent = m_extents[static_cast<size_t>(window - m_windows.data()) * part_count + index];
     extent.start.store(start, RELAXED);
     extent.length.store(length, RELAXED);
 }
 
-/// Reads from the system, and into the window what comes next.
+/// Reads from the system, and into the window what comes next; with a small read all since its last fill.
 ssize_t FileWindows::read_on(Window* window, int64_t offset, uint8_t* data, size_t size)
 {
     window->ahead =
         size >= LARGE_READ ? LEAST_AHEAD : std::clamp(2 * window->ahead, LEAST_AHEAD, MOST_AHEAD);
     window->around.store(0, RELAXED);
-    const ssize_t n = read_system(offset, data, size, window->bytes.get(), window->ahead);
+    const Part* const part = next_part(window);
+    if (!part)
+        return read_system(offset, data, size);
+    if (size <= SMALL_READ) {
+        const Part& last = window->parts[(window->next + 1) % part_count];
+        const int64_t end = last.start + static_cast<int64_t>(last.length);
+        const int64_t start = within(end, SMALL_READ, offset) ? end : offset;
+        const size_t wanted = static_cast<size_t>(offset - start) + size + window->ahead;
+        const ssize_t n = read_system(start, part->bytes.get(), std::min(wanted, MOST_AHEAD));
+        set_content(window, start, n > 0 ? static_cast<size_t>(n) : 0);
+        const size_t done = window->copy(offset, data, size);
+        return done > 0 ? static_cast<ssize_t>(done) : std::min(n, ssize_t{0});
+    }
+    const ssize_t n = read_system(offset, data, size, part->bytes.get(), window->ahead);
     const size_t got = n > 0 ? static_cast<size_t>(n) : 0;
     const size_t given = std::min(got, size);
     set_content(window, offset + static_cast<int64_t>(given), got - given);
@@ -219,12 +252,14 @@ ssize_t FileWindows::read_around(Window* window, size_t around, int64_t offset, 
 {
     const int64_t before = static_cast<int64_t>(around / 4 * 3 - size);
     const int64_t start = std::max(offset - before, int64_t{0});
+    const Part* const part = next_part(window);
+    if (!part)
+        return read_system(offset, data, size);
     window->around.store(around, RELAXED);
-    const ssize_t n = read_system(start, window->bytes.get(), around);
+    const ssize_t n = read_system(start, part->bytes.get(), around);
     set_content(window, start, n > 0 ? static_cast<size_t>(n) : 0);
-    if (!window->holds(offset))
-        return std::min(n, ssize_t{0});
-    return static_cast<ssize_t>(window->copy(offset, data, size));
+    const size_t done = window->copy(offset, data, size);
+    return done > 0 ? static_cast<ssize_t>(done) : std::min(n, ssize_t{0});
 }
 
 inline void FileWindows::finish(Window* window, int64_t offset, size_t done)
@@ -240,15 +275,23 @@ void FileWindows::finish_without(size_t done)
     m_others.bytes.fetch_add(done, RELAXED);
 }
 
+/// Copies what the window's other part holds of a read, or what another window does.
+/// @return the bytes copied
+size_t FileWindows::copy_rest(const Window& window, int64_t offset, uint8_t* data, size_t size)
+{
+    size_t done = window.copy(offset, data, size);
+    if (done == 0)
+        take_and_copy(offset, data, size, &done);
+    return done;
+}
+
 /// A read that no window holds the beginning of.
 ssize_t FileWindows::read_elsewhere(int64_t offset, uint8_t* data, size_t size)
 {
     size_t around = 0;
     const Taken window = take_near(offset, size, &around);
-    if (window && !window->bytes)
-        window->bytes.reset(new (std::nothrow) uint8_t[MOST_AHEAD]);
     ssize_t n = 0;
-    if (!window || !window->bytes)
+    if (!window)
         n = read_system(offset, data, size);
     else if (around > 0)
         n = read_around(window.get(), around, offset, data, size);
@@ -272,10 +315,12 @@ ssize_t FileWindows::read(int64_t offset, uint8_t* data, size_t size)
         finish_without(0);
         return bad ? READ_FAILED : 0;
     }
-    const Taken window = take_holding(offset);
+    size_t done = 0;
+    const Taken window = take_and_copy(offset, data, size, &done);
     if (!window)
         return read_elsewhere(offset, data, size);
-    size_t done = window->copy(offset, data, size);
+    if (done < size)
+        done += copy_rest(*window, offset + static_cast<int64_t>(done), data + done, size - done);
     if (done < size) {
         const ssize_t n =
             read_on(window.get(), offset + static_cast<int64_t>(done), data + done, size - done);

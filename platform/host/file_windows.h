@@ -15,7 +15,8 @@ namespace zoflv_host {
 
 /// A few windows over a file, each of which moves on with one reader: what lies right after a read
 /// is fetched together with it, 4 KiB after a jump and up to 64 KiB in a sequence. A read takes first
-/// what a window holds; the rest goes straight into the caller's memory.
+/// what a window holds; the rest goes straight into the caller's memory. A window keeps what it held
+/// before its last move: readers near each other share one.
 ///
 /// For any number of threads, none of which ever waits: each window has a flag that a reader sets for
 /// the length of a read, and who finds it set looks for another window, or reads without one.
@@ -38,8 +39,15 @@ public:
 
 private:
     static constexpr size_t window_count = 4; // two streams, the file's open, one to spare
+    static constexpr size_t part_count = 2;   // of a window
     static constexpr size_t cache_line = 64;  // bytes: threads do not write to each other's
 
+    /// Bytes of the file.
+    struct Part {
+        int64_t start = 0;
+        size_t length = 0;
+        std::unique_ptr<uint8_t[]> bytes;
+    };
     /// Of reads: calls, and the bytes that they delivered.
     struct Counters {
         std::atomic<uint64_t> reads{0}, bytes{0};
@@ -53,16 +61,14 @@ private:
         std::atomic<uint64_t> filled{0}; ///< number of the fill that made its content
         std::atomic<size_t> around{0};   ///< bytes fetched for a step back; 0: for a step on
         Counters counters;               ///< written only while taken
-        int64_t start = 0;               ///< offset of the first byte held
-        size_t length = 0;               ///< bytes held
         size_t ahead = 0;                ///< bytes read ahead when it was filled
-        std::unique_ptr<uint8_t[]> bytes;
+        std::array<Part, part_count> parts;
+        size_t next = 0; ///< the part to be filled next: the one filled longest ago
 
-        bool holds(int64_t offset) const;
         size_t copy(int64_t offset, uint8_t* data, size_t size) const;
     };
-    /// Copies of `start` and `length`, which change with a fill only: who looks for a window does not
-    /// touch the line that every read writes to.
+    /// A copy of where a part begins and its length, which change with a fill only: who looks for a
+    /// window does not touch the line that every read writes to.
     struct Extent {
         std::atomic<int64_t> start{0};
         std::atomic<size_t> length{0};
@@ -73,22 +79,24 @@ private:
     using Taken = std::unique_ptr<Window, Release>;
 
     static Taken take(Window* window);
-    Taken take_holding(int64_t offset);
+    Taken take_and_copy(int64_t offset, uint8_t* data, size_t size, size_t* done);
     Taken take_oldest();
     Taken take_near(int64_t offset, size_t size, size_t* around);
 
+    size_t copy_rest(const Window& window, int64_t offset, uint8_t* data, size_t size);
     ssize_t read_elsewhere(int64_t offset, uint8_t* data, size_t size);
     ssize_t read_on(Window* window, int64_t offset, uint8_t* data, size_t size);
     ssize_t read_around(Window* window, size_t around, int64_t offset, uint8_t* data, size_t size);
     ssize_t read_system(int64_t offset, uint8_t* data, size_t size, uint8_t* more = nullptr,
                         size_t more_size = 0);
+    static Part* next_part(Window* window);
     void set_content(Window* window, int64_t start, size_t length);
     static void finish(Window* window, int64_t offset, size_t done);
     void finish_without(size_t done);
 
     const int m_fd;
     std::array<Window, window_count> m_windows;
-    alignas(cache_line) std::array<Extent, window_count> m_extents;
+    alignas(cache_line) std::array<Extent, window_count * part_count> m_extents;
     // Written with a system call at most, but for reads without a window.
     alignas(cache_line) std::atomic<uint64_t> m_fills{0};
     std::atomic<uint64_t> m_system_reads{0}, m_system_bytes{0};
