@@ -92,7 +92,20 @@ FrameReader::FrameReader(zoflv_host::DataSource& source, Kind kind, int64_t tick
     : m_log(log), m_kind(kind), m_ticks(ticks), m_source(source), m_bytes(source),
       m_trail(m_bytes, kind)
 {
-    m_source.watch(&m_trail);
+    take_turn();
+}
+
+FrameReader::~FrameReader()
+{
+    m_source.watch(nullptr);
+    m_log.keep_in(nullptr);
+}
+
+/// What is read and logged from now on is this one's.
+void FrameReader::take_turn()
+{
+    m_source.watch(m_places ? nullptr : &m_trail);
+    m_log.keep_in(&m_reasons);
 }
 
 /// Goes on without the trail.
@@ -104,6 +117,7 @@ void FrameReader::walk()
 
 bool FrameReader::next(Frame* frame)
 {
+    take_turn();
     m_rc = read(frame);
     if (m_rc != ZOFLV_OK)
         return false;
@@ -137,6 +151,7 @@ std::string FrameReader::trouble()
 Ending FrameReader::ending()
 {
     Ending end;
+    take_turn();
     end.reason = trouble();
     if (!m_places && end.reason.empty() && m_trail.complete(m_bytes.size()))
         return end;

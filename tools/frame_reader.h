@@ -28,9 +28,10 @@ struct Ending {
     std::string reason;             ///< empty: at the ordinary end, with nothing missing
 };
 
+/// Several may read the same file in turn.
 class FrameReader {
 public:
-    virtual ~FrameReader() { m_source.watch(nullptr); }
+    virtual ~FrameReader();
     FrameReader(const FrameReader&) = delete;
     FrameReader& operator=(const FrameReader&) = delete;
 
@@ -54,12 +55,14 @@ protected:
     LogTap& m_log;
 
 private:
+    void take_turn();
     void walk();
     std::string trouble();
 
     const zoflv_inspect::Kind m_kind;
     const int64_t m_ticks;
     zoflv_host::DataSource& m_source;
+    zoflv_inspect::ReasonLog m_reasons;
     zoflv_inspect::HostSource m_bytes;
     zoflv_inspect::TagTrail m_trail;
     std::optional<zoflv_inspect::FramePlaces> m_places; ///< when the trail is lost

@@ -148,36 +148,33 @@ void print_heading(const Layout& layout, bool summary)
                   layout.next_heading, layout.size, "crc32"));
 }
 
+[[noreturn]] void fail_at(const Listing& listing, int64_t frames, const Ending& end)
+{
+    throw Failure(EXIT_BAD_FILE,
+                  textf("%s %d: reading ended after %lld frames: ", listing.layout.stream,
+                        listing.stream, static_cast<long long>(frames)) +
+                      end.reason);
+}
+
 /// Prints the frames of one stream. Throws Failure where reading ends before the stream does.
 void list_frames(FrameReader& reader, const Listing& listing)
 {
-    const Layout& layout = listing.layout;
     const bool video = reader.kind() == Kind::VIDEO;
     Progress progress(listing.path, reader.file_size(), listing.progress);
-    Totals totals;
-    for (Frame frame{}; reader.next(&frame); ++totals.frames) {
+    int64_t count = 0;
+    for (Frame frame{}; reader.next(&frame); ++count) {
         if (frame.place)
             progress.at(frame.place->offset);
-        if (!listing.options.summary)
-            print_frame(listing, totals.frames, frame, video);
-        totals.bytes += static_cast<int64_t>(frame.size);
-        totals.last = frame.time;
-        if (!totals.first)
-            totals.first = frame.time;
+        print_frame(listing, count, frame, video);
     }
     const Ending end = reader.ending();
     progress.clear();
-    if (listing.options.summary) {
-        print_totals(listing, totals, end);
-    } else if (listing.options.json) {
+    if (listing.options.json) {
         put(listing.begin);
         put_end(end);
     }
     if (!end.reason.empty())
-        throw Failure(EXIT_BAD_FILE,
-                      textf("%s %d: reading ended after %lld frames: ", layout.stream,
-                            listing.stream, static_cast<long long>(totals.frames)) +
-                          end.reason);
+        fail_at(listing, count, end);
 }
 
 /// Opens a stream. One that cannot be opened has its end all the same.
@@ -194,7 +191,65 @@ std::unique_ptr<FrameReader> open_reader(const Listing& listing, const Open& ope
     }
 }
 
-/// The frames of one track or stream of a file, or of all one after the other.
+/// A stream of which only the sums are shown.
+struct Summing {
+    const Listing& listing;
+    std::unique_ptr<FrameReader> reader;
+    int64_t at = 0; ///< offset of the last frame's tag
+    Totals totals{};
+    std::optional<Ending> end{};
+};
+
+void add_frame(Summing* sum)
+{
+    Frame frame{};
+    if (!sum->reader->next(&frame)) {
+        sum->end = sum->reader->ending();
+        return;
+    }
+    Totals& totals = sum->totals;
+    ++totals.frames;
+    totals.bytes += static_cast<int64_t>(frame.size);
+    totals.last = frame.time;
+    if (!totals.first)
+        totals.first = frame.time;
+    if (frame.place)
+        sum->at = frame.place->offset;
+}
+
+/// The one that is furthest back in the file, null when all have ended.
+Summing* furthest_back(std::vector<Summing>& sums)
+{
+    Summing* found = nullptr;
+    for (Summing& sum : sums) {
+        if (!sum.end && (!found || sum.at < found->at))
+            found = &sum;
+    }
+    return found;
+}
+
+/// Reads streams in turn, so that all are near each other and the file is fetched once.
+void sum_up(std::vector<Summing>& sums, int* worst)
+{
+    if (sums.empty())
+        return;
+    const Listing& any = sums.front().listing;
+    Progress progress(any.path, sums.front().reader->file_size(), any.progress);
+    while (Summing* const sum = furthest_back(sums)) {
+        progress.at(sum->at);
+        add_frame(sum);
+    }
+    progress.clear();
+    for (const Summing& sum : sums) {
+        attempt(worst, any.path, [&] {
+            print_totals(sum.listing, sum.totals, *sum.end);
+            if (!sum.end->reason.empty())
+                fail_at(sum.listing, sum.totals.frames, *sum.end);
+        });
+    }
+}
+
+/// The frames of one track or stream of a file, or of all.
 void list_file(const std::string& path, const FramesOptions& options, Session& session, int* worst)
 {
     LogTap& log = session.log();
@@ -211,18 +266,25 @@ void list_file(const std::string& path, const FramesOptions& options, Session& s
         textf("{\"schema_version\":%d,\"file\":", schema_version) + json_text(path);
     if (!options.json)
         print_heading(layout, options.summary);
-    for (const int i :
-         select_numbers(layout.stream, file ? options.stream : options.track, count)) {
-        const Listing listing = {
-            options, layout, path, begin + textf(",\"%s\":%d", layout.stream, i), i, progress};
+    std::vector<Listing> listings;
+    for (const int i : select_numbers(layout.stream, file ? options.stream : options.track, count))
+        listings.push_back(
+            {options, layout, path, begin + textf(",\"%s\":%d", layout.stream, i), i, progress});
+    std::vector<Summing> sums;
+    for (const Listing& listing : listings) {
         // After one that is damaged the other may be sound.
         attempt(worst, path, [&] {
-            const auto reader = open_reader(listing, [&] {
-                return file ? read_stream(*file, i) : read_track(*extractor, i, log);
+            auto reader = open_reader(listing, [&] {
+                return file ? read_stream(*file, listing.stream)
+                            : read_track(*extractor, listing.stream, log);
             });
-            list_frames(*reader, listing);
+            if (options.summary)
+                sums.push_back({listing, std::move(reader)});
+            else
+                list_frames(*reader, listing);
         });
     }
+    sum_up(sums, worst);
 }
 
 int run_frames(const FramesOptions& options, Session& session)

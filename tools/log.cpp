@@ -15,7 +15,7 @@ LogTap::LogTap(bool shown)
 
 void LogTap::take(int prio, const std::string& tag, const std::string& text)
 {
-    m_reasons.take(prio >= ANDROID_LOG_ERROR, tag, text);
+    m_reasons->take(prio >= ANDROID_LOG_ERROR, tag, text);
     if (!m_shown)
         return;
     const char letter = prio >= ANDROID_LOG_ERROR ? 'E' : prio == ANDROID_LOG_WARN ? 'W' : 'I';
