@@ -68,16 +68,23 @@ inline bool FileWindows::Extent::holds(int64_t offset) const
     return within(start.load(RELAXED), length.load(RELAXED), offset);
 }
 
-/// @return the bytes copied, 0 when no part holds the one at the offset
+/// @return the bytes copied, 0 when the part does not hold the one at the offset
+inline size_t FileWindows::Part::copy(int64_t offset, uint8_t* data, size_t size) const
+{
+    if (!within(start, length, offset))
+        return 0;
+    const size_t at = static_cast<size_t>(offset - start);
+    const size_t n = std::min(size, length - at);
+    std::memcpy(data, bytes.get() + at, n);
+    return n;
+}
+
+/// The same of any part.
 inline size_t FileWindows::Window::copy(int64_t offset, uint8_t* data, size_t size) const
 {
     for (const Part& part : parts) {
-        if (!within(part.start, part.length, offset))
-            continue;
-        const size_t at = static_cast<size_t>(offset - part.start);
-        const size_t n = std::min(size, part.length - at);
-        std::memcpy(data, part.bytes.get() + at, n);
-        return n;
+        if (const size_t done = part.copy(offset, data, size))
+            return done;
     }
     return 0;
 }
@@ -103,19 +110,31 @@ inline FileWindows::Taken FileWindows::take(Window* window)
     return Taken(window);
 }
 
-/// A window that holds the byte at the offset, or null.
+/// The window with a part, if that holds the byte at the offset and was free; or null.
 /// @param done  set to the bytes copied from it, 1 at least
-inline FileWindows::Taken FileWindows::take_and_copy(int64_t offset, uint8_t* data, size_t size,
-                                                     size_t* done)
+[[gnu::always_inline]] inline FileWindows::Taken
+FileWindows::take_and_copy(size_t extent, int64_t offset, uint8_t* data, size_t size, size_t* done)
 {
-    *done = 0;
+    if (!m_extents[extent].holds(offset))
+        return nullptr;
+    Taken window = take(&m_windows[extent / part_count]);
+    if (!window)
+        return nullptr;
+    *done = window->parts[extent % part_count].copy(offset, data, size);
+    if (*done == 0) // it has moved meanwhile
+        return nullptr;
+    return window;
+}
+
+/// The same of any part.
+FileWindows::Taken FileWindows::search_and_copy(int64_t offset, uint8_t* data, size_t size,
+                                                size_t* done)
+{
     for (size_t i = 0; i < m_extents.size(); ++i) {
-        if (!m_extents[i].holds(offset))
-            continue;
-        Taken window = take(&m_windows[i / part_count]);
-        *done = window ? window->copy(offset, data, size) : 0;
-        if (*done > 0) // it may have moved meanwhile
+        if (Taken window = take_and_copy(i, offset, data, size, done)) {
+            m_recent.store(i, RELAXED);
             return window;
+        }
     }
     return nullptr;
 }
@@ -281,7 +300,7 @@ size_t FileWindows::copy_rest(const Window& window, int64_t offset, uint8_t* dat
 {
     size_t done = window.copy(offset, data, size);
     if (done == 0)
-        take_and_copy(offset, data, size, &done);
+        search_and_copy(offset, data, size, &done);
     return done;
 }
 
@@ -316,7 +335,9 @@ ssize_t FileWindows::read(int64_t offset, uint8_t* data, size_t size)
         return bad ? READ_FAILED : 0;
     }
     size_t done = 0;
-    const Taken window = take_and_copy(offset, data, size, &done);
+    Taken window = take_and_copy(m_recent.load(RELAXED), offset, data, size, &done);
+    if (!window)
+        window = search_and_copy(offset, data, size, &done);
     if (!window)
         return read_elsewhere(offset, data, size);
     if (done < size)

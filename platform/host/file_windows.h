@@ -47,6 +47,8 @@ private:
         int64_t start = 0;
         size_t length = 0;
         std::unique_ptr<uint8_t[]> bytes;
+
+        size_t copy(int64_t offset, uint8_t* data, size_t size) const;
     };
     /// Of reads: calls, and the bytes that they delivered.
     struct Counters {
@@ -79,7 +81,8 @@ private:
     using Taken = std::unique_ptr<Window, Release>;
 
     static Taken take(Window* window);
-    Taken take_and_copy(int64_t offset, uint8_t* data, size_t size, size_t* done);
+    Taken take_and_copy(size_t extent, int64_t offset, uint8_t* data, size_t size, size_t* done);
+    Taken search_and_copy(int64_t offset, uint8_t* data, size_t size, size_t* done);
     Taken take_oldest();
     Taken take_near(int64_t offset, size_t size, size_t* around);
 
@@ -97,6 +100,7 @@ private:
     const int m_fd;
     std::array<Window, window_count> m_windows;
     alignas(cache_line) std::array<Extent, window_count * part_count> m_extents;
+    std::atomic<size_t> m_recent{0}; ///< the extent to look at first
     // Written with a system call at most, but for reads without a window.
     alignas(cache_line) std::atomic<uint64_t> m_fills{0};
     std::atomic<uint64_t> m_system_reads{0}, m_system_bytes{0};

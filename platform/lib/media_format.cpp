@@ -3,7 +3,7 @@
 #include <zoflv_host/format.h>
 
 #include <cstdio>
-#include <string_view>
+#include <cstring>
 
 using zoflv_host::FormatEntry;
 using zoflv_host::FormatValue;
@@ -18,21 +18,29 @@ struct AMediaFormat {
 
 namespace {
 
-FormatValue* find(AMediaFormat* format, std::string_view key)
+// Most keys of a format differ in their first letter.
+bool is_key(const FormatEntry& entry, const char* key)
 {
-    for (size_t i = 0; i < format->used; ++i) {
-        if (format->entries[i].key == key)
-            return &format->entries[i].value;
+    const char* const own = entry.key.c_str();
+    return *own == *key && std::strcmp(own, key) == 0;
+}
+
+FormatValue* find(AMediaFormat* format, const char* key)
+{
+    FormatEntry* entry = format->entries.data();
+    for (FormatEntry* const end = entry + format->used; entry != end; ++entry) {
+        if (is_key(*entry, key))
+            return &entry->value;
     }
     return nullptr;
 }
 
-FormatValue* add(AMediaFormat* format, std::string_view key)
+FormatValue* add(AMediaFormat* format, const char* key)
 {
     if (format->used == format->entries.size())
-        format->entries.push_back({std::string(key), {}});
+        format->entries.push_back({key, {}});
     FormatEntry& entry = format->entries[format->used++];
-    if (entry.key != key)
+    if (!is_key(entry, key))
         entry.key = key;
     return &entry.value;
 }
@@ -49,10 +57,9 @@ void set(AMediaFormat* format, const char* key, T value)
 {
     if (!format || !key)
         return;
-    const std::string_view name = key;
-    FormatValue* place = find(format, name);
+    FormatValue* place = find(format, key);
     if (!place)
-        place = add(format, name);
+        place = add(format, key);
     *place = std::move(value);
 }
 
