@@ -253,7 +253,8 @@ constexpr FindingRule RULES[] = {
     {Rule::META_UNREADABLE, "meta.unreadable", WARNING, REFUSED | NO_TRACK | SEEK, CURABLE,
      "the metadata are damaged, and are read up to there at most", REPAIR, nullptr},
     {Rule::META_COUNT, "meta.count", WARNING, REFUSED | NO_TRACK | SEEK, CURABLE,
-     "onMetaData does not have as many properties as it says, and those beyond are not read",
+     "onMetaData does not have as many properties as it says, and what comes after so many is not "
+     "read",
      REPAIR, "properties are counted"},
     {Rule::META_TYPE, "meta.type", WARNING, REFUSED | NO_TRACK | SEEK, CURABLE,
      "a property of onMetaData has another type than it should, and what comes after is misread",
@@ -378,7 +379,8 @@ std::string explains_text(uint8_t explains)
 
 std::string sentence(std::string text)
 {
-    if (text[0] >= 'a' && text[0] <= 'z')
+    const bool is_name = text.compare(0, 10, "onMetaData") == 0;
+    if (!is_name && text[0] >= 'a' && text[0] <= 'z')
         text[0] = static_cast<char>(text[0] - 'a' + 'A');
     return text + ".";
 }

@@ -338,6 +338,7 @@ std::string Verdict::sentence() const
 Verdict check(zoflv_host::ExtractorLibrary& plugin, std::shared_ptr<zoflv_host::DataSource> source,
               const DeviceOptions& options, const Progress& progress, const Watch& watch)
 {
+    source->hold_size(); // or the walk would see more of a file that grows than the plugin has read
     HostSource bytes(*source);
     TagWalker walker(bytes);
     DeviceRun run(plugin, source, options);
@@ -362,7 +363,7 @@ Verdict check(zoflv_host::ExtractorLibrary& plugin, std::shared_ptr<zoflv_host::
     }
     Verdict verdict = judge(report, std::move(found));
     verdict.size = done;
-    verdict.read_failed = source->failed_reads() > 0;
+    verdict.read_failed = source->failed_reads() > 0 || source->has_shrunk();
     return verdict;
 }
 

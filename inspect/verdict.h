@@ -42,7 +42,8 @@ struct Verdict {
     std::vector<Finding> findings;
     std::vector<Symptom> symptoms; ///< the most serious one first; none of a sound file
     int64_t size = 0;              ///< of the file, bytes
-    /// A read failed, of the walk or of the plugin: what was seen says nothing of the file.
+    /// A read failed, of the walk or of the plugin, or the file has become shorter: what was seen says
+    /// nothing of the file.
     bool read_failed = false;
 
     /// Whether `zoflv repair` can cure every error; nothing of a sound file.
@@ -63,7 +64,8 @@ using Progress = std::function<void(int64_t done, int64_t size)>;
 /// Called with each item of the walk; the walker is the one that gave it.
 using Watch = std::function<void(const Item& item, TagWalker& walker)>;
 
-/// Walks a file, lets the plugin play it, and judges. The device library has to be set to the
+/// Walks a file, lets the plugin play it, and judges. A file that grows is judged by the length that it
+/// has when this begins. The device library has to be set to the
 /// profile before; the log is taken over, as in DeviceRun.
 Verdict check(zoflv_host::ExtractorLibrary& plugin, std::shared_ptr<zoflv_host::DataSource> source,
               const DeviceOptions& options = {}, const Progress& progress = {},

@@ -46,6 +46,31 @@ void expect_consistent(const Verdict& verdict, const std::string& name)
     }
 }
 
+/// Changes its length with each read.
+class ChangingSource : public zoflv_host::MemoryDataSource {
+public:
+    ChangingSource(const Bytes& bytes, int64_t length, int64_t step)
+        : MemoryDataSource(bytes), m_length(length), m_step(step)
+    {}
+
+protected:
+    ssize_t read_at(int64_t offset, void* data, size_t size) override
+    {
+        m_length += m_step;
+        const int64_t left = std::max<int64_t>(m_length - offset, 0);
+        return MemoryDataSource::read_at(offset, data, std::min(size, static_cast<size_t>(left)));
+    }
+    android::status_t get_size(int64_t* size) override
+    {
+        *size = m_length;
+        return AMEDIA_OK;
+    }
+
+private:
+    int64_t m_length;
+    const int64_t m_step;
+};
+
 Bytes sample(const std::string& name)
 {
     std::ifstream in(ZOFLV_SOURCE_DIR "/samples/" + name + ".flv", std::ios::binary);
@@ -137,6 +162,19 @@ TEST(InspectVerdict, SaysThatReadsFailed)
             EXPECT_EQ(verdict.read_failed, fail_at > 0 && source->reads() >= fail_at) << fail_at;
         }
     }
+}
+
+TEST(InspectVerdict, OfFilesThatGrowOrShrink)
+{
+    const zoflv_host::ScopedLogSink silent([](int, const std::string&, const std::string&) {});
+    const Bytes file = sample("avc_aac_index");
+    const auto length = static_cast<int64_t>(file.size()) / 2;
+    const auto growing = std::make_shared<ChangingSource>(file, length, 16);
+    const Verdict verdict = check(*plugin, growing);
+    expect_consistent(verdict, "growing");
+    EXPECT_EQ(verdict.size, length);
+    EXPECT_FALSE(verdict.read_failed);
+    EXPECT_TRUE(check(*plugin, std::make_shared<ChangingSource>(file, length, -1)).read_failed);
 }
 
 TEST(InspectVerdict, OfCutFiles)

@@ -204,7 +204,7 @@ std::string unread(const zi::Verdict& verdict)
         if (finding.rule == zi::Rule::FILE_READ_FAILED)
             return textf("cannot be read from byte %" PRId64 " on", finding.offset);
     }
-    return "a read failed while it was played";
+    return "a read failed while it was played, or it became shorter";
 }
 
 void print(const std::string& file, const zi::Verdict& verdict)

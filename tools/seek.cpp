@@ -237,6 +237,8 @@ Command add_seek(CLI::App& app)
         "Reads and bytes are those of the seek; +reads and +bytes those of the frame after it,\n"
         "which the framework asks for with the seek. A seek to a time of yours that finds nothing\n"
         "is no failure.",
+        "0 fine; 1 a file is not readable as FLV, a read failed, or without times a seek misses;\n"
+        "2 wrong usage, or a file, the plugin or the output cannot be opened or written",
     };
     const auto options = std::make_shared<SeekOptions>();
     CLI::App* command = add_command(app, "seek", help);

@@ -67,6 +67,7 @@ void print(int track, zi::SeekMode mode, const zi::SeekLanding& landing)
 zi::DeviceReport play(const std::string& file, const SeekTestOptions& options, Session& session)
 {
     const std::shared_ptr<zoflv_host::DataSource> source = open_source(file);
+    source->hold_size(); // as check does
     Progress progress(file, zi::HostSource(*source).size(), !session.quiet());
     zi::HostSource bytes(*source);
     zi::TagWalker walker(bytes);

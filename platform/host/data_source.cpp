@@ -31,6 +31,10 @@ ssize_t DataSource::record_read_at(void* handle, off64_t offset, void* data, siz
 {
     // A larger count could not be told from a failure.
     auto* self = static_cast<DataSource*>(handle);
+    if (self->m_held_size && offset >= 0) {
+        const int64_t left = std::max<int64_t>(*self->m_held_size - offset, 0);
+        size = static_cast<size_t>(std::min<uint64_t>(size, static_cast<uint64_t>(left)));
+    }
     const ssize_t count =
         self->read_at(offset, data, std::min(size, static_cast<size_t>(SSIZE_MAX)));
     if (count < 0 && offset >= 0)
@@ -47,8 +51,21 @@ status_t DataSource::record_get_size(void* handle, off64_t* size)
     int64_t value = 0;
     const status_t status = self->get_size(&value);
     if (status == AMEDIA_OK)
-        *size = value;
+        *size = std::min(value, self->m_held_size.value_or(value));
     return status;
+}
+
+void DataSource::hold_size()
+{
+    int64_t size = 0;
+    if (get_size(&size) == AMEDIA_OK)
+        m_held_size = size;
+}
+
+bool DataSource::has_shrunk()
+{
+    int64_t size = 0;
+    return m_held_size && get_size(&size) == AMEDIA_OK && size < *m_held_size;
 }
 
 bool DataSource::record_get_uri(void* handle, char* uri, size_t capacity)

@@ -65,6 +65,12 @@ public:
     /// Only while all reads are one thread's.
     void watch(ReadWatcher* watcher) { m_watcher = watcher; }
 
+    /// From now on a source that grows has the length that it has now, for every reader; a length that
+    /// cannot be told is not held. Before anybody else uses the source.
+    void hold_size();
+    /// Whether it is shorter now than it was when its length was held.
+    bool has_shrunk();
+
     /// Calls of `readAt` so far, failed ones included.
     uint64_t reads() const { return counts().reads; }
     /// Bytes that those calls delivered.
@@ -90,6 +96,7 @@ private:
 
     android::CDataSource m_record;
     ReadWatcher* m_watcher = nullptr;
+    std::optional<int64_t> m_held_size;
     std::atomic<uint64_t> m_size_queries{0};
     std::atomic<uint64_t> m_failed_reads{0};
 };
