@@ -103,7 +103,7 @@ Markup table_of_times(const ReportData& data)
 {
     const auto series = data.place.coarse(MOST_ROWS);
     Table table("Decoding times by place in the file",
-                {"#from byte", "#video first", "#video last", "#audio first", "#audio last"});
+                {"#from byte", "#video from", "#video to", "#audio from", "#audio to"});
     for (size_t i = 0; i < series.size(); ++i) {
         table.cell(grouped(series.start(i)));
         for (const Extent& dts : series[i].dts)

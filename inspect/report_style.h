@@ -56,7 +56,7 @@ svg path,svg line{vector-effect:non-scaling-stroke;fill:none;stroke-width:2}
 svg .grid{stroke-width:1}
 svg .video{stroke:var(--video)}
 svg .audio{stroke:var(--audio)}
-svg .wide{stroke-width:6;stroke-opacity:.55}
+svg .wide{stroke-width:6;stroke-opacity:.8}
 svg .jump{stroke:var(--mark);stroke-dasharray:2 4}
 svg .reset{stroke:var(--mark);stroke-dasharray:9 4}
 svg .lost{fill:var(--lost);fill-opacity:.4;stroke:var(--lost);stroke-width:1}
