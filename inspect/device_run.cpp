@@ -165,6 +165,8 @@ void DeviceRun::see(const Item& item, TagWalker& walker)
     if (!frame)
         return;
     stream.points.add(*frame);
+    if (!stream.track)
+        stream.matcher.end_of_frames(); // nothing will come: frames would wait for it in vain
     stream.matcher.expect(*frame);
     const LogScope scope(stream.log);
     while (stream.track && !stream.ended && stream.matcher.wants())

@@ -48,7 +48,7 @@ void remove_pending(int number)
 /// Once, when the first temporary file is made. What is ignored stays ignored, as under nohup.
 void handle_signals()
 {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ, SIGABRT}) {
         struct sigaction before = {};
         ::sigaction(number, nullptr, &before);
         if (before.sa_handler == SIG_IGN)

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
+#include <new>
 #include <unistd.h>
 
 namespace {
@@ -87,8 +88,9 @@ LogSink set_log_sink(LogSink sink)
 
 } // namespace zoflv_host
 
+// A message is lost when memory runs out: an exception would leave a plugin's locks locked.
 int __android_log_print(int prio, const char* tag, const char* fmt, ...)
-{
+try {
     LogState& state = log_state();
     std::unique_lock lock(state.mutex);
     if (!state.sink && prio < state.level)
@@ -103,6 +105,8 @@ int __android_log_print(int prio, const char* tag, const char* fmt, ...)
     else
         write_line(prio, name, text);
     return static_cast<int>(text.size());
+} catch (const std::bad_alloc&) {
+    return -1;
 }
 
 void __android_log_assert(const char* cond, const char* tag, const char* fmt, ...)

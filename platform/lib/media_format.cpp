@@ -52,15 +52,17 @@ T* find_as(AMediaFormat* format, const char* key)
     return value ? std::get_if<T>(value) : nullptr;
 }
 
-template <typename T>
-void set(AMediaFormat* format, const char* key, T value)
+// Ends the process when memory runs out, as on a device: an exception would leave a plugin's locks
+// locked.
+template <typename T, typename... Parts>
+void set(AMediaFormat* format, const char* key, Parts... parts) noexcept
 {
     if (!format || !key)
         return;
     FormatValue* place = find(format, key);
     if (!place)
         place = add(format, key);
-    *place = std::move(value);
+    *place = T(parts...);
 }
 
 template <typename T>
@@ -97,7 +99,8 @@ zoflv_host::FormatEntries zoflv_host::format_entries(const AMediaFormat* format)
 
 AMediaFormat* AMediaFormat_new()
 {
-    return new AMediaFormat;
+    const auto make = []() noexcept { return new AMediaFormat; }; // as in set()
+    return make();
 }
 
 media_status_t AMediaFormat_delete(AMediaFormat* format)
@@ -110,10 +113,12 @@ media_status_t AMediaFormat_copy(AMediaFormat* to, AMediaFormat* from)
 {
     if (!to || !from)
         return AMEDIA_ERROR_UNKNOWN;
-    if (to != from) {
+    const auto copy = [&]() noexcept { // as in set()
         to->entries = from->entries;
         to->used = from->used;
-    }
+    };
+    if (to != from)
+        copy();
     return AMEDIA_OK;
 }
 
@@ -132,25 +137,25 @@ media_status_t AMediaFormat_clear(AMediaFormat* format)
 
 void AMediaFormat_setInt32(AMediaFormat* format, const char* key, int32_t value)
 {
-    set(format, key, value);
+    set<int32_t>(format, key, value);
 }
 
 void AMediaFormat_setInt64(AMediaFormat* format, const char* key, int64_t value)
 {
-    set(format, key, value);
+    set<int64_t>(format, key, value);
 }
 
 void AMediaFormat_setString(AMediaFormat* format, const char* key, const char* value)
 {
     if (value)
-        set(format, key, std::string(value));
+        set<std::string>(format, key, value);
 }
 
 void AMediaFormat_setBuffer(AMediaFormat* format, const char* key, const void* data, size_t size)
 {
     const auto* bytes = static_cast<const uint8_t*>(data);
     if (bytes)
-        set(format, key, std::vector<uint8_t>(bytes, bytes + size));
+        set<std::vector<uint8_t>>(format, key, bytes, bytes + size);
 }
 
 bool AMediaFormat_getInt32(AMediaFormat* format, const char* key, int32_t* out)

@@ -7,7 +7,7 @@
 #include <media/MediaExtractorPluginApi.h>
 
 #include <cstdlib>
-#include <map>
+#include <new>
 
 namespace android {
 
@@ -66,8 +66,11 @@ public:
     explicit MediaBufferGroupHelper(CMediaBufferGroup* group) : mGroup(group) {}
     ~MediaBufferGroupHelper()
     {
-        for (const auto& entry : mWrappers)
-            delete entry.second;
+        while (mEntries) {
+            Entry* const entry = mEntries;
+            mEntries = entry->next;
+            delete entry;
+        }
     }
 
     bool init(size_t buffers, size_t buffer_size, size_t growth_limit = 0)
@@ -84,11 +87,11 @@ public:
             mGroup->acquire_buffer(mGroup->handle, &buffer, nonBlocking, requestedSize);
         if (status != AMEDIA_OK)
             return status;
-        MediaBufferHelper*& wrapper = mWrappers[buffer];
-        if (!wrapper)
-            wrapper = new MediaBufferHelper(buffer);
-        *out = wrapper;
-        return AMEDIA_OK;
+        *out = wrapper_of(buffer);
+        if (*out)
+            return AMEDIA_OK;
+        buffer->release(buffer->handle);
+        return AMEDIA_ERROR_UNKNOWN;
     }
     bool has_buffers() { return mGroup->has_buffers(mGroup->handle); }
 
@@ -96,8 +99,28 @@ private:
     MediaBufferGroupHelper(const MediaBufferGroupHelper&) = delete;
     MediaBufferGroupHelper& operator=(const MediaBufferGroupHelper&) = delete;
 
+    struct Entry {
+        Entry(CMediaBuffer* buffer, Entry* after) : wrapper(buffer), next(after) {}
+        MediaBufferHelper wrapper;
+        Entry* next;
+    };
+
+    /// Null when memory runs out: an exception would leave a plugin's locks locked.
+    MediaBufferHelper* wrapper_of(CMediaBuffer* buffer)
+    {
+        for (Entry* entry = mEntries; entry; entry = entry->next) {
+            if (entry->wrapper.mBuffer == buffer)
+                return &entry->wrapper;
+        }
+        auto* const entry = new (std::nothrow) Entry(buffer, mEntries);
+        if (!entry)
+            return nullptr;
+        mEntries = entry;
+        return &entry->wrapper;
+    }
+
     CMediaBufferGroup* mGroup;
-    std::map<CMediaBuffer*, MediaBufferHelper*> mWrappers;
+    Entry* mEntries = nullptr; // few: a track has one buffer, or a handful
 };
 
 /// Base of a plugin's tracks.
@@ -172,8 +195,8 @@ inline CMediaTrack* wrap(MediaTrackHelper* track)
     record->start = [](void* data, CMediaBufferGroup* group) {
         auto* self = static_cast<Track*>(data);
         delete self->mBufferGroup;
-        self->mBufferGroup = new MediaBufferGroupHelper(group);
-        return self->start();
+        self->mBufferGroup = new (std::nothrow) MediaBufferGroupHelper(group);
+        return self->mBufferGroup ? self->start() : AMEDIA_ERROR_UNKNOWN;
     };
     record->stop = [](void* data) { return static_cast<Track*>(data)->stop(); };
     record->getFormat = [](void* data, AMediaFormat* format) {
