@@ -328,7 +328,9 @@ void lay_out(ByteSource& source, const RepairMetadata& metadata, RepairPlan* pla
 /// Reads bodies, each stream's in its own order, so in large pieces.
 class BodyReader {
 public:
-    explicit BodyReader(ByteSource& source) : m_source(source) {}
+    explicit BodyReader(SourcePart& source)
+        : m_source(source), m_buffer(static_cast<size_t>(std::min(source.size(), LARGEST_PIECE)))
+    {}
 
     /// @return bytes at `offset`, 1 to `size` of them; none when it cannot be read
     View read(int64_t offset, uint32_t size)
@@ -343,8 +345,10 @@ public:
     }
 
 private:
+    static constexpr int64_t LARGEST_PIECE = 256 * 1024;
+
     ByteSource& m_source;
-    std::vector<uint8_t> m_buffer = std::vector<uint8_t>(256 * 1024);
+    std::vector<uint8_t> m_buffer;
     int64_t m_start = 0;
     size_t m_held = 0;
 };

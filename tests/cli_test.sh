@@ -159,6 +159,29 @@ grep -q '3 files: 1 sound, 1 partial, 1 failed' "$tmp/r/all/index.html" || fail 
 expect 2 report -o "$tmp/r/all" "$avc" "$tmp/cut"; told "index.html exists already"; expect 0 report --force -o "$tmp/r/all" "$avc" "$tmp/cut"
 [ "$(ls -A "$tmp/r" | tr '\n' ' ')" = "a.html all " ] || fail "left over: $(ls -A "$tmp/r")"
 
+# A repaired file is there whole or not at all; the file itself is never touched.
+mkdir "$tmp/m" && cp "$tmp/cut" "$tmp/m/in" && ln "$tmp/m/in" "$tmp/m/same" && ln -s in "$tmp/m/link"
+expect 0 repair --dry-run --json "$tmp/m/in"; holds '"outcome":"would_repair"'; [ ! -e "$tmp/m/out" ] || fail "written"
+expect 0 repair --json -o "$tmp/m/out" "$tmp/m/in"; holds '"outcome":"repaired"'; cp "$tmp/m/out" "$tmp/whole"
+expect 0 check "$tmp/m/out"; expect 2 repair -o "$tmp/m/out" "$tmp/m/in"; told "out exists already"
+printf x >"$tmp/m/out" && expect 0 repair --force -o "$tmp/m/out" "$tmp/m/in"; cmp "$tmp/m/out" "$tmp/whole" || fail "other bytes"
+expect 0 repair --always -o "$tmp/m/again" "$tmp/m/out"; cmp "$tmp/m/again" "$tmp/whole" || fail "repaired again it differs"; rm "$tmp/m/again"
+shown="repair of a sound file"; "$zoflv" repair --json -o "$tmp/m/none" "$tmp/m/out" >"$tmp/out" 2>"$tmp/err"; [ $? -eq 3 ] || fail "not 3"
+cat "$tmp/out" >>"$tmp/json"; holds '"outcome":"nothing_to_repair"'
+for bad in "$samples/audio_speex.flv" "$0"; do
+    shown="repair $bad"; "$zoflv" repair --json -o "$tmp/m/none" "$bad" >"$tmp/out" 2>"$tmp/err"; [ $? -eq 1 ] || fail "not 1"
+    cat "$tmp/out" >>"$tmp/json"; holds '"outcome":"not_mended","reason":"[^"]'
+done
+holds '"code":"file.no_header"'
+for wrong in "$tmp/m/in" "-o $tmp/m/same --force $tmp/m/in" "-o $tmp/m/link --force $tmp/m/in" "-o - $tmp/m/in" "-o /dev/full $tmp/m/in" \
+    "-o $tmp/none/n $tmp/m/in" "-o $tmp/m $tmp/m/in" "--json -o $tmp/m/n $tmp/none" "-o $tmp/m/n"; do expect 2 repair $wrong; done
+(ulimit -f 8; "$zoflv" repair -o "$tmp/m/big" "$tmp/m/in" >"$tmp/out" 2>&1) && fail "a full disk was not noticed"
+for at in 1 2 3 4 5 6 7 8; do # ended while it works
+    timeout --signal=TERM 0.0$at "$zoflv" repair -o "$tmp/m/ended" "$tmp/m/in" >"$tmp/out" 2>&1
+    [ ! -e "$tmp/m/ended" ] || cmp "$tmp/m/ended" "$tmp/whole" || fail "a part of it"; rm -f "$tmp/m/ended"
+done
+[ "$(ls -A "$tmp/m" | tr '\n' ' ')" = "in link out same " ] || fail "left over: $(ls -A "$tmp/m")"; cmp "$tmp/m/in" "$tmp/cut" || fail "touched"
+
 # What to write instead, in one line.
 cp "$sample" "$tmp/-odd.flv"; cd "$tmp" || exit 1
 while read -r text usage; do

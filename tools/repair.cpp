@@ -397,6 +397,10 @@ int repair(const RepairCommand& options, Session& session)
             if (options.json)
                 print_json_of_failure(options, failure.what());
             throw;
+        } catch (const std::bad_alloc&) {
+            if (options.json)
+                print_json_of_failure(options, "out of memory");
+            throw Failure(EXIT_USAGE, "out of memory"); // it says nothing of the file
         }
     }();
     if (options.json)
