@@ -5,7 +5,7 @@
 //   window   the same from a window of 64 KiB
 //   map      the same from the mapped file
 //   demuxer  the demuxer, each of its reads a system call
-#include "bench/bare_walk.h"
+#include "bench/plain_record.h"
 #include "zoflv/dmx/zoflvd.h"
 
 #include <cstdio>
@@ -15,47 +15,6 @@
 namespace {
 
 constexpr int buffer_size = 1 << 24; // a tag holds no more
-
-struct Handle {
-    int fd;
-    long long pos;
-};
-
-/// A record whose context is a `PlainReads`.
-_ZOCMN_MFAL plain_record(PlainReads* source)
-{
-    _ZOCMN_MFAL mfal = {};
-    mfal.ctx = source;
-    mfal.open = [](_ZOCMN_MFAL* m, unsigned long) -> void* {
-        return new Handle{static_cast<PlainReads*>(m->ctx)->file.fd, 0};
-    };
-    mfal.close = [](void* fh) { delete static_cast<Handle*>(fh); };
-    mfal.read = [](void* fh, void* buf, int size) {
-        auto* const handle = static_cast<Handle*>(fh);
-        const ssize_t n = ::pread(handle->fd, buf, static_cast<size_t>(size), handle->pos);
-        handle->pos += n > 0 ? n : 0;
-        return static_cast<int>(n);
-    };
-    mfal.getpos = [](void* fh, long long* pos) {
-        *pos = static_cast<Handle*>(fh)->pos;
-        return 0;
-    };
-    mfal.setpos = [](void* fh, long long* pos) {
-        static_cast<Handle*>(fh)->pos = *pos;
-        return 0;
-    };
-    mfal.skip = [](void* fh, long long* n) {
-        static_cast<Handle*>(fh)->pos += *n;
-        return 0;
-    };
-    mfal.getsize = [](void* fh, long long* size) {
-        struct stat info;
-        const int rc = ::fstat(static_cast<Handle*>(fh)->fd, &info);
-        *size = rc == 0 ? info.st_size : 0;
-        return rc;
-    };
-    return mfal;
-}
 
 /// Opened with the demuxer, which then walks a track.
 class DemuxerWalk {
