@@ -133,7 +133,7 @@ constexpr FindingRule RULES[] = {
      "the picture has more pixels than the device plays",
      "Scale the video down, or name a device with --device that plays it.",
      "the device limits the picture size"},
-    {Rule::HEADER_INNER, "header.inner", WARNING, FRAMES | SEEK, CURABLE,
+    {Rule::HEADER_INNER, "header.inner", WARNING, LOST_WAY, CURABLE,
      "a second FLV header is in the middle: recordings were joined as they are, and reading loses "
      "its way there",
      REPAIR, nullptr},

@@ -229,6 +229,10 @@ const std::vector<Row> STRUCTURE = {
      [](Made& m) {
          m.insert(20, {0, 0, {}, {}, 0, cat({hex("46 4C 56 01 05 00 00 00 09"), be(0, 4)})});
      }},
+    {"header.inner",
+     [](Made& m) {
+         m.header = cat({m.header, m.header});
+     }},
     {"data.damaged",
      [](Made& m) {
          m.insert(20, {0, 0, {}, {}, 0, fill(99, 100)});
