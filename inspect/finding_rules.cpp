@@ -176,7 +176,7 @@ constexpr FindingRule RULES[] = {
      "Cut the file where the configuration changes.", nullptr},
     {Rule::AVC_CONFIG_AGAIN, "avc.config_again", NOTICE, NOTHING, LASTING,
      "the same AVC configuration comes again, which does no harm", NOTHING_TO_DO, nullptr},
-    {Rule::AAC_RAW_FIRST, "aac.raw_first", WARNING, FRAMES, LASTING,
+    {Rule::AAC_RAW_FIRST, "aac.raw_first", WARNING, REFUSED | NO_TRACK | FRAMES, LASTING,
      "the AAC stream begins with a frame: that one is left out, and the track has no codec data",
      "Record it again from the start, or convert the audio.",
      "the configuration must be the first audio tag"},

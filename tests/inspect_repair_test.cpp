@@ -322,6 +322,7 @@ TEST(Repair, CurableByWhatIsThere)
         {"file.no_header", {whole.begin() + 13, whole.end()}, true},
         {"header.late", late_audio(0), true},
         {"header.late", late_audio(4400), false},
+        {"aac.raw_first", FlvBuilder().header(4).tag(8, 0, sound).bytes(), false},
     };
     for (const auto& c : cases) {
         const Verdict before = verdict_of(c.in);
