@@ -68,11 +68,13 @@ void FrameMatcher::match(size_t index)
     }
     const ExpectedFrame matched = m_waiting.front();
     m_waiting.pop_front();
-    if (m_strange)
-        note_gap(matched, matched.offset);
-    m_strange = false;
     m_count.missing += missing;
     m_counting -= missing + matched.counts;
+    // A configuration that comes again is taken for the first one, which lies before what was strange.
+    if (m_strange && matched.counts) {
+        note_gap(matched, matched.offset);
+        m_strange = false;
+    }
     m_last = matched.offset;
     if (!matched.counts)
         return;
