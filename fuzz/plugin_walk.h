@@ -65,7 +65,9 @@ private:
         zoflv_host::Format format;
         WALK_CHECK(track->getFormat(track->data, format.get()) == AMEDIA_OK);
         const media_status_t started = track->start(track->data, group.record());
-        WALK_CHECK(walk_is_one_of(started, {AMEDIA_OK, AMEDIA_ERROR_UNSUPPORTED}));
+        WALK_CHECK(
+            walk_is_one_of(started, {AMEDIA_OK, AMEDIA_ERROR_UNSUPPORTED,
+                                     AMEDIA_ERROR_UNKNOWN})); // UNKNOWN: no memory for the group
         if (started == AMEDIA_OK) {
             while (read(track, 0, 0) == AMEDIA_OK) {
             }
