@@ -419,7 +419,7 @@ Command add_repair(CLI::App& app)
         "  zoflv repair broken.flv -o whole.flv\n"
         "  zoflv repair --dry-run broken.flv          what it would do\n"
         "  zoflv repair --join-gaps broken.flv -o whole.flv",
-        "Nothing is encoded again, and IN is never touched. Header, sizes, times and keyframe\n"
+        "Nothing is encoded again, and FILE is never touched. Header, sizes, times and keyframe\n"
         "index are made anew; what is damaged is left out. A device's plugin plays both files:\n"
         "OUT is there only when it is better in something and worse in nothing. It gets its name\n"
         "when it is whole; an existing file is not replaced without --force.",
