@@ -41,9 +41,9 @@ std::optional<FramePlace> FramePlaces::find(int64_t time_us, uint64_t size)
     std::optional<size_t> found;
     for (size_t i = 0; i < m_waiting.size() || (i < look_ahead && pull()); ++i) {
         const ExpectedFrame& frame = m_waiting[i].frame;
-        if (frame.dts_ms * us_per_ms == time_us && frame.size == size)
-            found = i;
         // Configurations, which need not come, can look like the frame after them.
+        if (frame.dts_ms * us_per_ms == time_us && frame.size == size && (!found || frame.counts))
+            found = i;
         if (found && frame.counts)
             break;
     }
