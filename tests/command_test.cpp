@@ -71,9 +71,11 @@ __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*, size_t)
 
 TEST(Command, AFrameTakesNothingFromTheHeap)
 {
-    if (!__sanitizer_install_malloc_and_free_hooks)
-        GTEST_SKIP() << "only a sanitizer counts allocations";
-    ASSERT_NE(__sanitizer_install_malloc_and_free_hooks(count_allocation, ignore_free), 0);
+    if (__sanitizer_install_malloc_and_free_hooks)
+        ASSERT_NE(__sanitizer_install_malloc_and_free_hooks(count_allocation, ignore_free), 0);
+    ::operator delete(::operator new(1));
+    if (allocations == 0) // that of undefined behaviour has the function, and calls nothing
+        GTEST_SKIP() << "only a sanitizer of memory counts allocations";
     const int64_t few = count_allocations(100);
     EXPECT_GT(few, 0); // the windows of the file
     EXPECT_EQ(count_allocations(1000), few);
