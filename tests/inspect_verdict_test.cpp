@@ -152,7 +152,7 @@ TEST(InspectVerdict, SaysThatReadsFailed)
 {
     const zoflv_host::ScopedLogSink silent([](int, const std::string&, const std::string&) {});
     const Bytes file = sample("audio_aac");
-    for (const uint64_t fail_at : {0, 1, 2, 20, 500, 100000}) {
+    for (const uint64_t fail_at : {0U, 1U, 2U, 20U, 500U, 100000U}) {
         for (const bool sticky : {false, true}) {
             zoflv_host::MemoryFaults faults;
             faults.fail_at = fail_at;
