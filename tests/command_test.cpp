@@ -71,8 +71,9 @@ __sanitizer_install_malloc_and_free_hooks(void (*)(const volatile void*, size_t)
 
 TEST(Command, AFrameTakesNothingFromTheHeap)
 {
-    if (__sanitizer_install_malloc_and_free_hooks)
+    if (__sanitizer_install_malloc_and_free_hooks) {
         ASSERT_NE(__sanitizer_install_malloc_and_free_hooks(count_allocation, ignore_free), 0);
+    }
     ::operator delete(::operator new(1));
     if (allocations == 0) // that of undefined behaviour has the function, and calls nothing
         GTEST_SKIP() << "only a sanitizer of memory counts allocations";
