@@ -81,7 +81,8 @@ FirstBytes read_first_bytes(ByteSource& source)
     const auto text_end = std::find_if_not(head.begin(), head.end(), is_text);
     const std::string_view text =
         head.substr(0, std::min(static_cast<size_t>(text_end - head.begin()), most_text));
-    if (text.size() >= most_bytes || text.size() == head.size())
+    const bool whole = text_end == head.end() || *text_end == '\n' || *text_end == '\r';
+    if (text.size() >= most_bytes || (whole && !text.empty()))
         return {"it begins with the text \"" + std::string(text) + '"'};
     std::string bytes;
     for (const char c : head.substr(0, most_bytes)) {

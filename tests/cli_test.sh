@@ -85,7 +85,7 @@ done
 { cat "$sample"; head -c 500 /dev/zero; } >"$tmp/tail"; expect 0 tags "$tmp/tail"; holds "lost  *500 bytes: zeros"
 expect 0 info --scan "$tmp/tail"; holds "500 bytes in 1 range"; expect 0 info --scan --json "$tmp/tail"; holds '"lost":{"ranges":1,"bytes":500'
 expect 0 tags --json "$samples/avc_slices.flv"; expect 0 tags --script --json "$samples"/*.flv; holds '"name":"duration","type":"number"'
-expect 0 tags --script "$sample"; holds "duration: number"; expect 1 tags --json "$0"; told 'begins with the text "#!/bin/sh"'; expect 2 tags "$tmp/none" "$tmp/folder"
+expect 0 tags --script "$sample"; holds "duration: number"; expect 1 tags --json "$0"; told 'begins with the text "#!/bin/sh"'; echo hello >"$tmp/hello"; expect 1 info "$tmp/hello"; told 'the text "hello"'; expect 2 tags "$tmp/none" "$tmp/folder"
 : >"$tmp/nothing"; expect 1 tags "$tmp/nothing"; holds "end, empty file"; told "it is empty"
 head -c 13 "$sample" >"$tmp/header"; expect 1 tags "$tmp/header"; holds "end, after the header"; told "zoflv check tells"
 # Each file has an object, whatever becomes of it.
